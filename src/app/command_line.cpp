@@ -1,5 +1,6 @@
 #include "app/command_line.h"
 
+#include <windows.h>
 #include <shellapi.h>
 
 #include <cwchar>

@@ -8,7 +8,7 @@
 // The Microsoft C runtime's formatting is used on purpose (also under
 // mingw-w64, whose own printf renders "%p" in lower case): pointers appear as
 // 16 upper-case hexadecimal digits without a prefix, as on the shipped build.
-static int formatTextV(char* buffer, size_t size, const char* format, va_list args) {
+int formatTextList(char* buffer, size_t size, const char* format, va_list args) {
     if (size == 0) return -1;
     va_list measure;
     va_copy(measure, args);
@@ -26,7 +26,7 @@ static int formatTextV(char* buffer, size_t size, const char* format, va_list ar
 int formatText(char* buffer, size_t size, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    int length = formatTextV(buffer, size, format, args);
+    int length = formatTextList(buffer, size, format, args);
     va_end(args);
     return length;
 }
@@ -48,7 +48,7 @@ void logLine(const char* format, ...) {
     char message[2048];
     va_list args;
     va_start(args, format);
-    formatTextV(message, sizeof message, format, args);
+    formatTextList(message, sizeof message, format, args);
     va_end(args);
 
     SYSTEMTIME now;

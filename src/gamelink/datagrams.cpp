@@ -1,0 +1,44 @@
+#include "gamelink/datagrams.h"
+
+#include "app/counters.h"
+#include "app/host_state.h"
+#include "gamelink/game_commands.h"
+
+namespace {
+
+// Room for the largest datagram and a terminating zero byte.
+char receiveBuffer[65536];
+
+}  // namespace
+
+void noteDatagramSource(const sockaddr_in& source) {
+    uint16_t port = ntohs(source.sin_port);
+    if (port == preferredGamePort || !host.preferredPortSeen) {
+        host.replyAddress = source;
+        host.replyAddressKnown = true;
+        if (port == preferredGamePort) host.preferredPortSeen = true;
+    }
+    host.gamePort = port;
+}
+
+void receiveGameDatagrams() {
+    for (;;) {
+        sockaddr_in source{};
+        int sourceLength = sizeof source;
+        int received = recvfrom(host.gameSocket, receiveBuffer, 65535, 0, reinterpret_cast<sockaddr*>(&source),
+                                &sourceLength);
+        if (received <= 0) return;
+        count(gameToHost);
+        receiveBuffer[received] = '\0';
+        noteDatagramSource(source);
+        dispatchGameDatagram(std::string(receiveBuffer));
+    }
+}
+
+void sendToGame(const std::string& text) {
+    if (!host.replyAddressKnown || host.gameSocket == INVALID_SOCKET) return;
+    std::string datagram = "GRAO " + text;
+    count(hostToGame);
+    sendto(host.gameSocket, datagram.data(), static_cast<int>(datagram.size()), 0,
+           reinterpret_cast<const sockaddr*>(&host.replyAddress), sizeof host.replyAddress);
+}

@@ -1,0 +1,19 @@
+// The game link's datagrams on 127.0.0.1: reading every waiting datagram,
+// keeping the reply address (the game's preferred source port 47630 wins for
+// good once seen), and the one way to send a datagram to the game.
+#pragma once
+
+#include <winsock2.h>
+
+#include <cstdint>
+#include <string>
+
+// Reads until nothing waits; counts, notes the sender and dispatches each one.
+void receiveGameDatagrams();
+
+// Notes where a datagram came from (reply address, preferred port, gamePort).
+void noteDatagramSource(const sockaddr_in& source);
+
+// Sends "GRAO " + text to the reply address; dropped (not counted) while no
+// datagram has arrived yet.
+void sendToGame(const std::string& text);

@@ -1,0 +1,141 @@
+#include "host/host_window.h"
+
+#include <string>
+
+#include "app/counters.h"
+#include "app/host_state.h"
+#include "app/log.h"
+#include "gamelink/datagrams.h"
+#include "host/fit.h"
+#include "host/foreground.h"
+#include "host/game_window.h"
+#include "host/modes.h"
+#include "keyboard/layout_keeper.h"
+#include "page/webview2.h"
+
+namespace {
+
+constexpr UINT socketMessage = WM_APP + 1;
+constexpr COLORREF colourKey = 0x00010001;
+
+bool gameWindowAlive() {
+    return host.gameWindow && IsWindow(host.gameWindow);
+}
+
+void showCoverOverNewGame() {
+    if (!host.hostWindow || !gameWindowAlive()) return;
+    fit_to_game();
+    ShowWindow(host.hostWindow, SW_SHOWNA);
+    if (host.webController) host.webController->put_IsVisible(TRUE);
+    setRegion(true);
+}
+
+// Returns false when the tick skips the page deadline (straight to the
+// foreground and layout steps).
+bool followOrFindGame() {
+    if (gameWindowAlive()) {
+        if (!host.activeMode && !host.coverUp) return false;
+        fit_to_game();
+        if (!host.coverUp) return false;
+        setRegion(false);
+        return true;
+    }
+    HWND found = findGameWindow();
+    if (found) {
+        attachToGameWindow(found);
+        fit_to_game();
+        if (!host.coverUp) return false;
+        showCoverOverNewGame();
+        return true;
+    }
+    if (noGameWindowForTooLong(GetTickCount())) {
+        logLine("no game window for 60 s - exiting");
+        if (host.exitReason.empty()) host.exitReason = "no game window for 60 s";
+        PostQuitMessage(0);
+    }
+    return true;
+}
+
+void tick() {
+    reportRates();
+    if (followOrFindGame() && coverDeadlinePassed(GetTickCount())) coverOff("the page never said - 10 s");
+    trackForeground();
+    keepKeyboardLayout();
+}
+
+bool gameProcessRunning() {
+    if (host.gameProcessId == 0) return false;
+    HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, host.gameProcessId);
+    if (!process) return false;
+    DWORD exitCode = 0;
+    bool running = GetExitCodeProcess(process, &exitCode) && exitCode == STILL_ACTIVE;
+    CloseHandle(process);
+    return running;
+}
+
+void onDestroy() {
+    bool windowAlive = gameWindowAlive();
+    bool processRunning = gameProcessRunning();
+    const char* how = host.closeReceived ? " after WM_CLOSE"
+                      : host.childMode   ? " - with its parent, the game window"
+                                         : "";
+    char text[256];
+    formatText(text, sizeof text, "host window destroyed (WM_DESTROY%s; game window %p %s, game process %s)", how,
+               static_cast<void*>(host.gameWindow), windowAlive ? "still valid (it may be mid-destroy)" : "gone",
+               processRunning ? "running" : "ended");
+    logLine("%s", text);
+    if (host.exitReason.empty()) host.exitReason = text;
+    PostQuitMessage(0);
+}
+
+LRESULT eraseWithColourKey(HWND window, HDC dc) {
+    RECT client;
+    GetClientRect(window, &client);
+    HBRUSH brush = CreateSolidBrush(colourKey);
+    FillRect(dc, &client, brush);
+    DeleteObject(brush);
+    return 1;
+}
+
+}  // namespace
+
+bool noGameWindowForTooLong(uint32_t now) {
+    if (host.noGameWindowSince == 0) host.noGameWindowSince = now;
+    return now - host.noGameWindowSince > 60000;
+}
+
+bool coverDeadlinePassed(uint32_t now) {
+    return host.coverUp && now - host.startTicks > 10000;
+}
+
+LRESULT CALLBACK hostWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    switch (message) {
+    case WM_DESTROY:
+        onDestroy();
+        return 0;
+    case WM_SIZE:
+        if (host.webController) {
+            RECT bounds{0, 0, LOWORD(lParam), HIWORD(lParam)};
+            host.webController->put_Bounds(bounds);
+        }
+        return 0;
+    case WM_CLOSE:
+        host.closeReceived = true;
+        break;
+    case WM_ERASEBKGND:
+        if (host.mouseToGame) return eraseWithColourKey(window, reinterpret_cast<HDC>(wParam));
+        break;
+    case WM_SETCURSOR:
+        count(setCursorMessages);
+        break;
+    case WM_MOUSEACTIVATE:
+        return host.childMode ? MA_ACTIVATE : MA_NOACTIVATE;
+    case WM_TIMER:
+        tick();
+        return 0;
+    case socketMessage:
+        receiveGameDatagrams();
+        return 0;
+    }
+    return DefWindowProcW(window, message, wParam, lParam);
+}

@@ -1,0 +1,18 @@
+// The host window's procedure: the 100 ms tick that finds and follows the
+// game window, the game link's socket notifications, the web view's sizing,
+// the click-through background, the activation policy and the orderly end.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+
+LRESULT CALLBACK hostWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+
+// The no-game-window clock: true once more than 60 s passed since the first
+// tick that found nothing (noGameWindowSince is started here when still 0).
+bool noGameWindowForTooLong(uint32_t now);
+
+// True on the first tick more than 10 s after the host window was created
+// while the cover is still up.
+bool coverDeadlinePassed(uint32_t now);

@@ -1,0 +1,169 @@
+#include "host/modes.h"
+
+#include <string>
+
+#include "app/counters.h"
+#include "app/host_state.h"
+#include "app/log.h"
+#include "gamelink/datagrams.h"
+#include "host/fit.h"
+#include "page/web_view.h"
+#include "page/webview2.h"
+
+namespace {
+
+constexpr COLORREF colourKey = 0x00010001;
+
+void hideHost() {
+    if (host.webController) host.webController->put_IsVisible(FALSE);
+    ShowWindow(host.hostWindow, SW_HIDE);
+}
+
+void giveMouseToGame() {
+    LONG_PTR style = GetWindowLongPtrW(host.hostWindow, GWL_STYLE);
+    LONG_PTR exStyle = GetWindowLongPtrW(host.hostWindow, GWL_EXSTYLE);
+    SetWindowLongPtrW(host.hostWindow, GWL_STYLE, style & ~static_cast<LONG_PTR>(WS_CLIPCHILDREN));
+    SetWindowLongPtrW(host.hostWindow, GWL_EXSTYLE, exStyle | WS_EX_LAYERED | WS_EX_TRANSPARENT);
+    if (!SetLayeredWindowAttributes(host.hostWindow, colourKey, 255, LWA_COLORKEY)) {
+        logLine("layered window refused (%lu) - is the manifest in the exe?", GetLastError());
+    }
+}
+
+void takeMouseBack() {
+    LONG_PTR exStyle = GetWindowLongPtrW(host.hostWindow, GWL_EXSTYLE);
+    LONG_PTR style = GetWindowLongPtrW(host.hostWindow, GWL_STYLE);
+    SetWindowLongPtrW(host.hostWindow, GWL_EXSTYLE,
+                      exStyle & ~static_cast<LONG_PTR>(WS_EX_LAYERED | WS_EX_TRANSPARENT));
+    SetWindowLongPtrW(host.hostWindow, GWL_STYLE, style | WS_CLIPCHILDREN);
+}
+
+float rasterizationScale() {
+    double scale = 1.0;
+    if (!host.webController) return 1.0f;
+    ICoreWebView2Controller3* controller3 = nullptr;
+    if (SUCCEEDED(host.webController->QueryInterface(IID_ICoreWebView2Controller3,
+                                                      reinterpret_cast<void**>(&controller3))) &&
+        controller3) {
+        controller3->get_RasterizationScale(&scale);
+        controller3->Release();
+    }
+    return static_cast<float>(scale);
+}
+
+}  // namespace
+
+void setMode(int newMode) {
+    if (!host.hostWindow) return;
+    if (newMode == modePassive || newMode == modeActive) {
+        fit_to_game();
+        ShowWindow(host.hostWindow, SW_SHOWNA);
+        if (host.webController) host.webController->put_IsVisible(TRUE);
+    }
+    if (newMode != host.mode) {
+        count(modeChanges);
+        logLine("mode %s", modeNames[newMode]);
+        host.mode = newMode;
+        updateMouseOwner();
+    }
+    moveKeyboardFocus(newMode == modeActive);
+    if (newMode == modeHidden && !host.coverUp) hideHost();
+    host.activeMode = newMode == modeActive;
+    sendToGame(std::string("state ") + modeNames[newMode]);
+}
+
+void askPageToClose() {
+    if (host.pageReady) {
+        postToPage(L"{\"type\":\"close\"}");
+        return;
+    }
+    setMode(modeHidden);
+}
+
+void updateMouseOwner() {
+    if (!host.hostWindow) return;
+    bool wanted = host.throughWanted && host.mode == modePassive && !host.coverUp;
+    if (wanted == host.mouseToGame) return;
+    count(mouseOwnerSwitches);
+    host.mouseToGame = wanted;
+    if (wanted) {
+        giveMouseToGame();
+    } else {
+        takeMouseBack();
+    }
+    RedrawWindow(host.hostWindow, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_FRAME);
+    logLine("mouse: %s", wanted ? "the game's (the window out of the hit test)" : "ours");
+}
+
+RECT scaledRect(const PageRect& rect, float scale) {
+    int32_t right = rect.x + rect.width;
+    int32_t bottom = rect.y + rect.height;
+    auto scaled = [scale](int32_t value) { return static_cast<LONG>(static_cast<float>(value) * scale); };
+    return RECT{scaled(rect.x), scaled(rect.y), scaled(right), scaled(bottom)};
+}
+
+void setRegion(bool redraw) {
+    if (!host.hostWindow) return;
+    count(setWindowRgn);
+    if (host.coverUp) {
+        RECT client;
+        GetClientRect(host.hostWindow, &client);
+        SetWindowRgn(host.hostWindow, CreateRectRgn(0, 0, client.right, client.bottom), redraw);
+        return;
+    }
+    float scale = rasterizationScale();
+    HRGN region = CreateRectRgn(0, 0, 0, 0);
+    for (const PageRect& rect : host.regionRects) {
+        RECT device = scaledRect(rect, scale);
+        HRGN piece = CreateRectRgn(device.left, device.top, device.right, device.bottom);
+        CombineRgn(region, region, piece, RGN_OR);
+        DeleteObject(piece);
+    }
+    // The window owns the region from here on.
+    SetWindowRgn(host.hostWindow, region, redraw);
+}
+
+void coverOff(const char* reason) {
+    if (!host.coverUp) return;
+    host.coverUp = false;
+    logLine("cover off (%s)", reason);
+    ICoreWebView2Controller2* controller2 = nullptr;
+    if (host.webController &&
+        SUCCEEDED(host.webController->QueryInterface(IID_ICoreWebView2Controller2,
+                                                     reinterpret_cast<void**>(&controller2))) &&
+        controller2) {
+        controller2->put_DefaultBackgroundColor(COREWEBVIEW2_COLOR{0, 0, 0, 0});
+        controller2->Release();
+    }
+    setRegion(true);
+    updateMouseOwner();
+    if (host.mode == modeHidden) hideHost();
+}
+
+void moveKeyboardFocus(bool toHost) {
+    if (!host.childMode || !host.gameWindow || !host.hostWindow) return;
+    DWORD current = GetCurrentThreadId();
+    DWORD gameThread = GetWindowThreadProcessId(host.gameWindow, nullptr);
+    if (toHost) {
+        // Joining the two threads' input state is what lets SetFocus reach
+        // into the game's window tree.
+        if (host.attachedInputThread == 0 && gameThread != 0 && gameThread != current &&
+            AttachThreadInput(current, gameThread, TRUE)) {
+            host.attachedInputThread = gameThread;
+        }
+        count(setFocusCalls);
+        SetFocus(host.hostWindow);
+        if (host.webController) {
+            count(moveFocusCalls);
+            host.webController->MoveFocus(COREWEBVIEW2_MOVE_FOCUS_REASON_PROGRAMMATIC);
+        }
+        return;
+    }
+    if (GetFocus() != host.gameWindow) {
+        count(setFocusCalls);
+        SetFocus(host.gameWindow);
+    }
+    if (host.attachedInputThread != 0) {
+        AttachThreadInput(current, host.attachedInputThread, FALSE);
+        host.attachedInputThread = 0;
+    }
+}

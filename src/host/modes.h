@@ -1,0 +1,22 @@
+// The interaction modes (hidden, passive, active), who gets the mouse (the
+// host, or the game through a layered, transparent window), the cover shown
+// until the page has drawn, the hit region built from the page's rectangles,
+// and moving keyboard focus between host and game.
+#pragma once
+
+#include <windows.h>
+
+#include <vector>
+
+struct PageRect;
+
+void setMode(int newMode);
+void askPageToClose();
+void updateMouseOwner();
+void setRegion(bool redraw);
+void coverOff(const char* reason);
+void moveKeyboardFocus(bool toHost);
+
+// The hit region's rectangles in device pixels: each page rectangle's edges
+// scaled in single precision and truncated toward zero.
+RECT scaledRect(const PageRect& rect, float scale);

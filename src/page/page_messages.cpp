@@ -1,0 +1,146 @@
+#include "page/page_messages.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cwchar>
+
+#include "app/log.h"
+#include "app/text.h"
+#include "gamelink/datagrams.h"
+#include "host/modes.h"
+#include "page/json_text.h"
+#include "page/page_files.h"
+#include "page/show.h"
+#include "page/web_view.h"
+
+namespace {
+
+std::wstring field(const std::wstring& text, const wchar_t* key) {
+    return jsonField(text, key);
+}
+
+bool isTrue(const std::wstring& text, const wchar_t* key) {
+    return field(text, key) == L"true";
+}
+
+void ready() {
+    host.pageReady = true;
+    logLine("page ready");
+    if (host.mode == modeActive) postToPage(showMessage(host.pendingPad == L"-" ? L"" : host.pendingPad));
+    host.pendingPad.clear();
+    for (const std::wstring& message : host.pendingPageMessages) postToPage(message);
+    host.pendingPageMessages.clear();
+    postToPage(L"{\"type\":\"host\",\"through\":true,\"hit\":true}");
+}
+
+void through(const std::wstring& text) {
+    bool wanted = isTrue(text, L"on");
+    if (wanted == host.throughWanted) return;
+    host.throughWanted = wanted;
+    logLine("through %s", wanted ? "on" : "off");
+    updateMouseOwner();
+}
+
+void mode(const std::wstring& text) {
+    std::wstring name = field(text, L"mode");
+    setMode(name == L"active" ? modeActive : name == L"passive" ? modePassive : modeHidden);
+}
+
+void region(const std::wstring& text) {
+    host.regionRects = parseRects(field(text, L"rects"));
+    setRegion(true);
+}
+
+const wchar_t* okText(bool ok) {
+    return ok ? L"true" : L"false";
+}
+
+void load(const std::wstring& text) {
+    std::wstring name = field(text, L"file");
+    std::string bytes;
+    bool ok = isPageFileName(name) && readWholeFile(pageFilePath(name), bytes);
+    if (!ok) bytes.clear();
+    postToPage(L"{\"type\":\"file\",\"name\":\"" + jsonEscape(name) + L"\",\"ok\":" + okText(ok) + L",\"text\":\"" +
+               jsonEscape(utf8ToWide(bytes)) + L"\"}");
+}
+
+void save(const std::wstring& text) {
+    std::wstring name = field(text, L"file");
+    std::wstring contents = field(text, L"text");
+    bool ok = isPageFileName(name) && writeFileReplacing(pageFilePath(name), wideToUtf8(contents));
+    logLine("save %s: %s", wideToUtf8(name).c_str(), ok ? "ok" : "FAILED");
+    postToPage(L"{\"type\":\"saved\",\"name\":\"" + jsonEscape(name) + L"\",\"ok\":" + okText(ok) + L"}");
+}
+
+void game(const std::wstring& text) {
+    std::string cmd = wideToUtf8(field(text, L"cmd"));
+    std::string arg = wideToUtf8(field(text, L"arg"));
+    std::string datagram = gameCommandText(cmd, arg);
+    if (datagram.empty()) return;
+    sendToGame(datagram);
+    logLine("game: %s %s", cmd.c_str(), arg.c_str());
+}
+
+// Truncation toward zero; values a 32-bit integer cannot hold give INT32_MIN,
+// as the processor's own conversion does.
+int32_t truncateToInt32(double value) {
+    if (!(value > -2147483649.0 && value < 2147483648.0)) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
+}  // namespace
+
+std::string gameCommandText(const std::string& cmd, const std::string& arg) {
+    if (cmd.empty() || cmd.size() > 39) return std::string();
+    if (cmd.find_first_not_of("abcdefghijklmnopqrstuvwxyz_") != std::string::npos) return std::string();
+    if (arg.size() >= 200) return std::string();
+    if (arg.find_first_of("\r\n") != std::string::npos) return std::string();
+    return arg.empty() ? "game " + cmd : "game " + cmd + " " + arg;
+}
+
+std::vector<PageRect> parseRects(const std::wstring& text) {
+    std::wstring scanned = text + L" ";
+    std::vector<double> numbers;
+    std::wstring token;
+    for (wchar_t unit : scanned) {
+        if ((unit >= L'0' && unit <= L'9') || unit == L'-' || unit == L'.') {
+            token += unit;
+            continue;
+        }
+        if (!token.empty()) numbers.push_back(wcstod(token.c_str(), nullptr));
+        token.clear();
+    }
+    std::vector<PageRect> rects;
+    for (size_t i = 0; i + 4 <= numbers.size(); i += 4) {
+        rects.push_back(PageRect{truncateToInt32(numbers[i]), truncateToInt32(numbers[i + 1]),
+                                 truncateToInt32(numbers[i + 2]), truncateToInt32(numbers[i + 3])});
+    }
+    return rects;
+}
+
+void dispatchPageMessage(const std::wstring& text) {
+    std::wstring type = field(text, L"type");
+    if (type == L"ready") {
+        ready();
+    } else if (type == L"cover") {
+        if (!isTrue(text, L"on")) coverOff("the page has drawn");
+    } else if (type == L"through") {
+        through(text);
+    } else if (type == L"hide") {
+        setMode(modeHidden);
+    } else if (type == L"mode") {
+        mode(text);
+    } else if (type == L"modal") {
+        sendToGame(isTrue(text, L"on") ? "modal on" : "modal off");
+    } else if (type == L"region") {
+        region(text);
+    } else if (type == L"load") {
+        load(text);
+    } else if (type == L"save") {
+        save(text);
+    } else if (type == L"game") {
+        game(text);
+    } else if (type == L"log") {
+        logLine("page: %s", wideToUtf8(field(text, L"text")).c_str());
+    }
+}

@@ -2,9 +2,10 @@
 
 It starts the stand-in game, starts gra-overlay.exe attached to it (owned
 mode, whose window Wine draws in a screenshot of Xvfb), plays the page through
-the stand-in WebView2 runtime, drives the overlay with game commands over UDP,
-follows the game window as it moves and grows, saves a screenshot, ends the
-program with "bye" and prints its log."""
+the stand-in WebView2 runtime, drives the overlay with game commands sent by
+gra-send (the game maker's command-line sender), follows the game window as it
+moves and grows, saves a screenshot, ends the program with "bye" and prints
+its log."""
 
 import os
 import subprocess
@@ -14,10 +15,11 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests", "e2e"))
 
-from harness import BUILD_DIR, GameLink, Overlay, free_udp_port, wait_until  # noqa: E402
+from harness import BUILD_DIR, Overlay, free_udp_port  # noqa: E402
 from standin_game import StandinGame  # noqa: E402
 from standin_runtime import StandinPage  # noqa: E402
 
+GRA_SEND = os.path.join(BUILD_DIR, "native", "gra-send")
 TITLE = "GRA Demo Game"
 CLASS = "GRADemoGame"
 
@@ -38,14 +40,12 @@ def placement(game):
         rect[0], rect[1], rect[2] - rect[0], rect[3] - rect[1], "visible" if owned[0]["visible"] else "hidden")
 
 
-def game_command(link, text):
-    say("game -> overlay: GRAO %s" % text)
-    link.send("GRAO " + text)
-
-
-def replies(link):
-    for data in link.receive_all(0.7):
-        say("overlay -> game: %s" % data.decode("utf-8", "replace"))
+def gra_send(port, *words):
+    """One game command through gra-send; prints what it printed."""
+    say("$ gra-send --port %d %s" % (port, " ".join(words)))
+    result = subprocess.run([GRA_SEND, "--port", str(port)] + list(words), capture_output=True, text=True)
+    for line in (result.stdout + result.stderr).splitlines():
+        say("  " + line)
 
 
 def posted(page, seen):
@@ -67,7 +67,6 @@ def screenshot():
 def main():
     game = StandinGame()
     overlay = Overlay("demo", mode="owned", game=TITLE, game_class=CLASS)
-    link = GameLink(overlay.port)
     try:
         say("== the stand-in game '%s' (class %s)" % (TITLE, CLASS))
         game.start(BUILD_DIR, TITLE, CLASS, free_udp_port(), ["--x", "80", "--y", "60", "--w", "800", "--h", "600"])
@@ -87,10 +86,9 @@ def main():
         seen = posted(page, seen)
 
         say("== the game shows the overlay with a pad text and sends a note")
-        game_command(link, "show Press F1 for the map")
-        game_command(link, 'note {"text":"Boss arrives in 30 s"}')
-        time.sleep(0.5)
-        replies(link)
+        gra_send(overlay.port, "show", "Press F1 for the map")
+        gra_send(overlay.port, "note", '{"text":"Boss arrives in 30 s"}')
+        gra_send(overlay.port, "state")
         seen = posted(page, seen)
         say(placement(game))
 
@@ -103,22 +101,26 @@ def main():
         say(placement(game))
 
         say("== borderless over the whole screen, and framed again")
-        game_command(link, "window borderless")
+        gra_send(overlay.port, "window", "borderless")
         time.sleep(0.5)
         say(placement(game))
-        game_command(link, "window framed")
+        gra_send(overlay.port, "window", "framed")
         time.sleep(0.5)
         say(placement(game))
         say("screenshot of the game with the overlay's two page panels over it: %s" % screenshot())
 
-        say("== the page asks the game for something, the game asks for the state")
-        page.post('{"type":"game","cmd":"open_map","arg":"north"}')
-        game_command(link, "state")
+        say("== the game listens for reports; the page asks the game for something")
+        say("$ gra-send --port %d --count 2 listen" % overlay.port)
+        listener = subprocess.Popen([GRA_SEND, "--port", str(overlay.port), "--count", "2", "listen"],
+                                    stdout=subprocess.PIPE, text=True)
         time.sleep(0.5)
-        replies(link)
+        say("page -> overlay: {\"type\":\"game\",\"cmd\":\"open_map\",\"arg\":\"north\"}")
+        page.post('{"type":"game","cmd":"open_map","arg":"north"}')
+        for line in listener.communicate(timeout=10)[0].splitlines():
+            say("  " + line)
 
         say("== goodbye")
-        game_command(link, "bye")
+        gra_send(overlay.port, "bye")
         code = overlay.wait_exit(20)
         say("gra-overlay.exe ended with exit code %s" % code)
         say("== its log (%s)" % overlay.log_path)
@@ -126,7 +128,6 @@ def main():
             say(line)
         return 0 if code == 0 else 1
     finally:
-        link.close()
         overlay.stop()
         game.stop()
 

@@ -1,0 +1,39 @@
+// Finds the WebView2 runtime and asks it for a browser environment: the work
+// that the SDK's separate loader library does, done by the program itself.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "page/webview2.h"
+
+// Same meaning as the SDK's function: browserExecutableFolder names a
+// fixed-version runtime (null or empty: the installed one); the environment
+// arrives later through environmentCreatedHandler. Returns the runtime's
+// HRESULT, or HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) at once when no
+// runtime, client library or entry point is found.
+HRESULT CreateCoreWebView2EnvironmentWithOptions(
+    PCWSTR browserExecutableFolder, PCWSTR userDataFolder, ICoreWebView2EnvironmentOptions* environmentOptions,
+    ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* environmentCreatedHandler);
+
+// Runtime types as the runtime's entry point understands them.
+enum RuntimeType { installedRuntime = 0, fixedVersionRuntime = 1 };
+
+struct RuntimeFolder {
+    std::wstring folder;  // empty: no runtime found
+    RuntimeType type = installedRuntime;
+};
+
+// The folder decision: the WEBVIEW2_BROWSER_EXECUTABLE_FOLDER value first,
+// then the caller's folder, then the installed runtime's folder as the
+// registry reader reports it (called only when needed; empty means none).
+RuntimeFolder chooseRuntimeFolder(const std::wstring& environmentFolder, PCWSTR argumentFolder,
+                                  const std::function<std::wstring()>& readInstalledFolder);
+
+// The installed (stable channel) runtime's folder from the registry, machine
+// first, then user; empty when neither has it.
+std::wstring readInstalledRuntimeFolder();
+
+// The runtime's client library inside a runtime folder, for this build's
+// processor.
+std::wstring runtimeClientLibrary(const std::wstring& runtimeFolder);

@@ -37,7 +37,9 @@ void receiveGameDatagrams() {
 
 void sendToGame(const std::string& text) {
     if (!host.replyAddressKnown || host.gameSocket == INVALID_SOCKET) return;
-    std::string datagram = "GRAO " + text;
+    // The text is zero-terminated: a zero character that the page escaped
+    // into a "game" argument ends it, as it ends the log line.
+    std::string datagram = "GRAO " + std::string(text.c_str());
     count(hostToGame);
     sendto(host.gameSocket, datagram.data(), static_cast<int>(datagram.size()), 0,
            reinterpret_cast<const sockaddr*>(&host.replyAddress), sizeof host.replyAddress);

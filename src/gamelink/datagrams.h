@@ -14,6 +14,6 @@ void receiveGameDatagrams();
 // Notes where a datagram came from (reply address, preferred port, gamePort).
 void noteDatagramSource(const sockaddr_in& source);
 
-// Sends "GRAO " + text to the reply address; dropped (not counted) while no
-// datagram has arrived yet.
+// Sends "GRAO " + text (up to its first zero character) to the reply
+// address; dropped (not counted) while no datagram has arrived yet.
 void sendToGame(const std::string& text);

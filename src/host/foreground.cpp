@@ -9,39 +9,21 @@
 
 namespace {
 
-uint32_t parentProcessOf(uint32_t processId) {
-    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (snapshot == INVALID_HANDLE_VALUE) return 0;
-    uint32_t parent = 0;
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32FirstW(snapshot, &entry); more; more = Process32NextW(snapshot, &entry)) {
-        if (entry.th32ProcessID == processId) {
-            parent = entry.th32ParentProcessID;
-            break;
-        }
-    }
-    CloseHandle(snapshot);
-    return parent;
-}
-
 // The snapshot is the one costly step: taken only for a foreground window of
-// a fourth process, and cached until the foreground window changes.
-bool classifyBrowser(HWND foreground, uint32_t foregroundPid, uint32_t ourPid) {
-    if (!foreground) return false;
-    if (foregroundPid == host.gameProcessId || foregroundPid == ourPid || foregroundPid == 0 ||
-        host.browserProcessId == 0) {
-        return false;
-    }
-    if (foregroundPid == host.browserProcessId) return true;
-    return parentProcessOf(foregroundPid) == host.browserProcessId;
-}
-
-void refreshBrowserClassification(HWND foreground, uint32_t foregroundPid, uint32_t ourPid) {
+// a fourth process, and the answer cached until the foreground window (or the
+// browser process) changes.
+void refreshBrowserClassification(HWND foreground, uint32_t foregroundPid, uint32_t ourPid,
+                                  ParentProcessLookup parentOf) {
     if (foreground == host.lastForeground && host.browserProcessId == host.lastBrowserProcessId) return;
     host.lastForeground = foreground;
     host.lastBrowserProcessId = host.browserProcessId;
-    host.foregroundIsBrowser = classifyBrowser(foreground, foregroundPid, ourPid);
+    BrowserFacts facts;
+    facts.foregroundNull = foreground == nullptr;
+    facts.foregroundPid = foregroundPid;
+    facts.gamePid = host.gameProcessId;
+    facts.ourPid = ourPid;
+    facts.browserPid = host.browserProcessId;
+    host.foregroundIsBrowser = foregroundIsBrowserProcess(facts, parentOf);
 }
 
 void tellAwayChange(bool nowAway, bool iconic, HWND foreground) {
@@ -66,6 +48,33 @@ void compareOldRule(HWND foreground, bool iconic) {
 
 }  // namespace
 
+uint32_t parentProcessOf(uint32_t processId) {
+    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    if (snapshot == INVALID_HANDLE_VALUE) return 0;
+    uint32_t parent = 0;
+    static_assert(sizeof(PROCESSENTRY32W) == 568, "the 64-bit process entry");
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Process32FirstW(snapshot, &entry); more; more = Process32NextW(snapshot, &entry)) {
+        if (entry.th32ProcessID == processId) {
+            parent = entry.th32ParentProcessID;
+            break;
+        }
+    }
+    CloseHandle(snapshot);
+    return parent;
+}
+
+bool foregroundIsBrowserProcess(const BrowserFacts& facts, ParentProcessLookup parentOf) {
+    if (facts.foregroundNull) return false;
+    if (facts.foregroundPid == facts.gamePid || facts.foregroundPid == facts.ourPid || facts.foregroundPid == 0 ||
+        facts.browserPid == 0) {
+        return false;
+    }
+    if (facts.foregroundPid == facts.browserPid) return true;
+    return parentOf(facts.foregroundPid) == facts.browserPid;
+}
+
 AwayVerdict currentRuleSays(const ForegroundFacts& facts) {
     if (facts.iconic) return AwayVerdict::away;
     if (facts.foregroundNull) return AwayVerdict::unknown;
@@ -76,17 +85,20 @@ AwayVerdict currentRuleSays(const ForegroundFacts& facts) {
 }
 
 void trackForeground() {
+    trackForegroundWindow(GetForegroundWindow(), parentProcessOf);
+}
+
+void trackForegroundWindow(HWND foreground, ParentProcessLookup parentOf) {
     if (!host.gameWindow || !IsWindow(host.gameWindow)) return;
     if (host.gameProcessId == 0) {
         DWORD processId = 0;
         GetWindowThreadProcessId(host.gameWindow, &processId);
         host.gameProcessId = processId;
     }
-    HWND foreground = GetForegroundWindow();
     uint32_t ourPid = GetCurrentProcessId();
     DWORD foregroundPid = 0;
     if (foreground) GetWindowThreadProcessId(foreground, &foregroundPid);
-    refreshBrowserClassification(foreground, foregroundPid, ourPid);
+    refreshBrowserClassification(foreground, foregroundPid, ourPid, parentOf);
 
     ForegroundFacts facts;
     facts.iconic = IsIconic(host.gameWindow) != 0;

@@ -61,6 +61,7 @@ int onForeignLayout(LayoutKeeperState& state, uint32_t now, HKL layout, bool rec
 }
 
 HWND secondAskTarget(DWORD gameThread) {
+    static_assert(sizeof(GUITHREADINFO) == 72, "the 64-bit thread info");
     GUITHREADINFO info{};
     info.cbSize = sizeof info;
     if (!GetGUIThreadInfo(gameThread, &info)) return host.gameWindow;
@@ -179,5 +180,6 @@ void keepKeyboardLayout() {
     DWORD gameThread = GetWindowThreadProcessId(host.gameWindow, nullptr);
     HKL layout = gameThread ? GetKeyboardLayout(gameThread) : nullptr;
     int action = decideLayoutAction(layoutKeeper, GetTickCount(), host.gameAway, layout);
-    actOn(action, layout, gameThread);
+    // Most ticks decide nothing; the names are only looked up for a line.
+    if (action != layoutNothing) actOn(action, layout, gameThread);
 }

@@ -1,5 +1,6 @@
 """Lists the end-to-end test ids for ctest, one per line: the unittest id,
-then a tab and "serial" for tests that need the foreground to themselves."""
+then a tab and "serial" for tests that need the foreground to themselves
+(ctest runs those alone, with no other test beside them)."""
 
 import os
 import sys

@@ -6,6 +6,7 @@
 #include "app/counters.h"
 #include "app/host_state.h"
 #include "app/log.h"
+#include "app/numbers.h"
 #include "gamelink/datagrams.h"
 #include "host/fit.h"
 #include "page/web_view.h"
@@ -52,16 +53,9 @@ float rasterizationScale() {
 }
 
 // The page's numbers are not limited: the sums wrap around as 32-bit
-// integers, and an edge that a 32-bit integer cannot hold after scaling gives
-// INT32_MIN, as the processor's own conversion does. Both without undefined
-// behaviour.
+// integers, without undefined behaviour.
 int32_t wrappingSum(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
-}
-
-LONG truncatedEdge(float value) {
-    if (!(value >= -2147483648.0f && value < 2147483648.0f)) return INT32_MIN;
-    return static_cast<LONG>(value);
 }
 
 }  // namespace
@@ -111,7 +105,7 @@ void updateMouseOwner() {
 RECT scaledRect(const PageRect& rect, float scale) {
     int32_t right = wrappingSum(rect.x, rect.width);
     int32_t bottom = wrappingSum(rect.y, rect.height);
-    auto scaled = [scale](int32_t value) { return truncatedEdge(static_cast<float>(value) * scale); };
+    auto scaled = [scale](int32_t value) { return truncateToInt32(static_cast<float>(value) * scale); };
     return RECT{scaled(rect.x), scaled(rect.y), scaled(right), scaled(bottom)};
 }
 

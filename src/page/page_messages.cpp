@@ -1,10 +1,10 @@
 #include "page/page_messages.h"
 
-#include <cmath>
 #include <cstdint>
 #include <cwchar>
 
 #include "app/log.h"
+#include "app/numbers.h"
 #include "app/text.h"
 #include "gamelink/datagrams.h"
 #include "host/modes.h"
@@ -79,13 +79,6 @@ void game(const std::wstring& text) {
     if (datagram.empty()) return;
     sendToGame(datagram);
     logLine("game: %s %s", cmd.c_str(), arg.c_str());
-}
-
-// Truncation toward zero; values a 32-bit integer cannot hold give INT32_MIN,
-// as the processor's own conversion does.
-int32_t truncateToInt32(double value) {
-    if (!(value > -2147483649.0 && value < 2147483648.0)) return INT32_MIN;
-    return static_cast<int32_t>(value);
 }
 
 }  // namespace

@@ -192,8 +192,9 @@ class PageDeadline(unittest.TestCase):
             journal = scene.journal()
             opaque = journal.index("controller2.put_DefaultBackgroundColor 255 11 11 24")
             self.assertGreater(journal.index("controller2.put_DefaultBackgroundColor 0 0 0 0"), opaque)
-            self.assertFalse(scene.game.window(scene.overlay.host_window())["visible"])  # the mode is hidden
-            self.assertEqual(scene.game.window(scene.overlay.host_window())["region"], [])
+            # the line comes first, then the window is hidden (the mode is hidden)
+            self.assertTrue(scene.wait_host(lambda h: not h["visible"] and h["region"] == [], 10),
+                            scene.host_info())
             time.sleep(1)
             self.assertEqual(scene.messages().count(line), 1)
         finally:

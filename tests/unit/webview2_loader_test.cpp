@@ -72,11 +72,19 @@ TEST(RuntimeFolder, ClientLibraryPath) {
 
 // ---- the registry, read from stand-in hives ----
 
+// Scratch registry keys of this process's own: tests run side by side in
+// several processes.
+std::wstring scratchRegistryRoot() {
+    return L"Software\\gra-overlay-unit-tests-" + std::to_wstring(GetCurrentProcessId());
+}
+
 // Maps HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER of this process to two scratch
 // keys, so that the test neither sees nor touches the machine's own settings.
 class InstalledRuntimeRegistry : public ::testing::Test {
 protected:
-    const wchar_t* scratch = L"Software\\gra-overlay-unit-tests\\loader";
+    const std::wstring root = scratchRegistryRoot();
+    const std::wstring scratchKey = root + L"\\loader";
+    const wchar_t* scratch = scratchKey.c_str();
     const wchar_t* channelKey =
         L"Software\\Microsoft\\EdgeUpdate\\ClientState\\{F3017226-FE2A-4295-8BDF-00C3A9A7E4C5}";
     HKEY machine = nullptr;
@@ -99,7 +107,7 @@ protected:
         RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
         if (machine) RegCloseKey(machine);
         if (user) RegCloseKey(user);
-        RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\gra-overlay-unit-tests");
+        RegDeleteTreeW(HKEY_CURRENT_USER, root.c_str());
     }
 
     void note(HKEY hive, const wchar_t* folder) {
@@ -224,8 +232,9 @@ TEST(RuntimeLoader, NoRuntimeAnywhere) {
     ScopedEnvironment runtime(L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER", nullptr);
     // Stand-in hives without the installed runtime's note.
     HKEY empty = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\gra-overlay-unit-tests\\empty", 0, nullptr, 0,
-                              KEY_ALL_ACCESS, nullptr, &empty, nullptr),
+    const std::wstring root = scratchRegistryRoot();
+    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, (root + L"\\empty").c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
+                              nullptr, &empty, nullptr),
               ERROR_SUCCESS);
     RegOverridePredefKey(HKEY_LOCAL_MACHINE, empty);
     RegOverridePredefKey(HKEY_CURRENT_USER, empty);
@@ -234,7 +243,7 @@ TEST(RuntimeLoader, NoRuntimeAnywhere) {
     RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
     RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
     RegCloseKey(empty);
-    RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\gra-overlay-unit-tests");
+    RegDeleteTreeW(HKEY_CURRENT_USER, root.c_str());
     EXPECT_EQ(result, fileNotFound);
     EXPECT_EQ(handler.invokes, 0);
 }

@@ -8,11 +8,12 @@
 
 #include "app/counters.h"
 #include "app/host_state.h"
+#include "fakes.h"
 #include "host/game_window.h"
 #include "host_windows_support.h"
 #include "test_support.h"
 
-using host_windows::RecordingController;
+using fakes::RecordingController;
 using host_windows::uniqueName;
 
 namespace {
@@ -71,7 +72,7 @@ protected:
         SetWindowPos(window, nullptr, 0, 0, width, height, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
     }
 
-    host_windows::SavedHostState saved;
+    fakes::HostStateGuard saved;
     test_support::ScratchLog log;
     HWND hostWindow = nullptr;
     std::vector<HWND> windows;

@@ -5,18 +5,21 @@
 
 #include <windows.h>
 
-#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "app/counters.h"
 #include "app/host_state.h"
+#include "fakes.h"
 #include "host/foreground.h"
 #include "host/game_window.h"
-#include "page/webview2.h"
+#include "host_windows_support.h"
 #include "test_support.h"
 
+using fakes::HostStateGuard;
+using fakes::RecordingWebView;
+using host_windows::hex;
 using test_support::ScratchLog;
 
 namespace {
@@ -157,38 +160,6 @@ TEST(ParentProcess, TheSnapshotFindsTheParentOfAProcessAndNothingForAnUnknownId)
     CloseHandle(child.hProcess);
 }
 
-// ---------------------------------------------------------------- a web view that records posts
-
-struct FakeWebView {
-    void* const* table;
-    std::vector<std::wstring> posted;
-};
-
-ULONG STDMETHODCALLTYPE fakeAddRef(FakeWebView*) {
-    return 2;
-}
-
-ULONG STDMETHODCALLTYPE fakeRelease(FakeWebView*) {
-    return 1;
-}
-
-HRESULT STDMETHODCALLTYPE fakePost(FakeWebView* self, LPCWSTR json) {
-    self->posted.push_back(json);
-    return S_OK;
-}
-
-// Only the slots the tracking step may reach; PostWebMessageAsJson is slot 32.
-const std::array<void*, 64>& fakeTable() {
-    static const std::array<void*, 64> table = [] {
-        std::array<void*, 64> slots{};
-        slots[1] = reinterpret_cast<void*>(&fakeAddRef);
-        slots[2] = reinterpret_cast<void*>(&fakeRelease);
-        slots[32] = reinterpret_cast<void*>(&fakePost);
-        return slots;
-    }();
-    return table;
-}
-
 // ---------------------------------------------------------------- the tracking step
 
 const wchar_t windowClassName[] = L"GraForegroundTestWindow";
@@ -202,42 +173,6 @@ HWND makeWindow(const wchar_t* title, HWND owner, DWORD style = WS_OVERLAPPEDWIN
     return CreateWindowExW(0, windowClassName, title, style, 0, 0, 300, 200, owner, nullptr,
                            GetModuleHandleW(nullptr), nullptr);
 }
-
-// A handle as the program's "%p" prints it: 16 upper-case hexadecimal digits.
-std::string pointerText(const void* pointer) {
-    char text[32];
-    snprintf(text, sizeof text, "%016llX", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(pointer)));
-    return text;
-}
-
-// The fields this part reads and writes, kept and put back around each test.
-struct SavedFields {
-    HWND gameWindow, hostWindow, lastForeground;
-    bool gameAway, oldRuleAway, foregroundIsBrowser;
-    uint32_t gameProcessId, browserProcessId, lastBrowserProcessId;
-    ICoreWebView2* webView;
-    ActivityCounters counters;
-
-    SavedFields()
-        : gameWindow(host.gameWindow), hostWindow(host.hostWindow), lastForeground(host.lastForeground),
-          gameAway(host.gameAway), oldRuleAway(host.oldRuleAway), foregroundIsBrowser(host.foregroundIsBrowser),
-          gameProcessId(host.gameProcessId), browserProcessId(host.browserProcessId),
-          lastBrowserProcessId(host.lastBrowserProcessId), webView(host.webView.ptr), counters(activity) {}
-
-    void restore() const {
-        host.gameWindow = gameWindow;
-        host.hostWindow = hostWindow;
-        host.lastForeground = lastForeground;
-        host.gameAway = gameAway;
-        host.oldRuleAway = oldRuleAway;
-        host.foregroundIsBrowser = foregroundIsBrowser;
-        host.gameProcessId = gameProcessId;
-        host.browserProcessId = browserProcessId;
-        host.lastBrowserProcessId = lastBrowserProcessId;
-        host.webView.ptr = webView;
-        activity = counters;
-    }
-};
 
 // No window here is ever activated: other tests on the same desktop may
 // depend on which window is in front.
@@ -262,13 +197,11 @@ protected:
         host.gameProcessId = 0;
         host.browserProcessId = 0;
         host.lastBrowserProcessId = 0;
-        fake.table = fakeTable().data();
-        host.webView.ptr = reinterpret_cast<ICoreWebView2*>(&fake);
+        host.webView.ptr = fake.get();
         activity = ActivityCounters{};
     }
 
     void TearDown() override {
-        saved.restore();
         for (HWND window : {ownedByGame, dialog, hostWin, game}) {
             if (window && IsWindow(window)) DestroyWindow(window);
         }
@@ -292,8 +225,7 @@ protected:
 
     std::string oldRuleLine(const char* says, HWND foreground, HWND rootOwner) const {
         return std::string("(the old GA_ROOTOWNER rule would say ") + says + " now - foreground: " +
-               describeWindow(foreground) + ", root owner " + pointerText(rootOwner) + ", game window " +
-               pointerText(game) + ")";
+               describeWindow(foreground) + ", root owner " + hex(rootOwner) + ", game window " + hex(game) + ")";
     }
 
     uint32_t postedCount() const { return activity.counter[hostToPage].total; }
@@ -301,9 +233,9 @@ protected:
     using Lines = std::vector<std::string>;
     using Posts = std::vector<std::wstring>;
 
-    SavedFields saved;
+    HostStateGuard saved;
     ScratchLog log;
-    FakeWebView fake{};
+    RecordingWebView fake;
     HWND game = nullptr, hostWin = nullptr, dialog = nullptr, ownedByGame = nullptr;
 };
 
@@ -434,7 +366,7 @@ TEST_F(Track, NoForegroundWindowLeavesTheStateAndThePageAlone) {
     EXPECT_TRUE(fake.posted.empty());
     // The old rule says away for a null root owner: one disagreement line.
     EXPECT_EQ(log.messages(), (Lines{"(the old GA_ROOTOWNER rule would say away now - foreground: none, root owner " +
-                                     pointerText(nullptr) + ", game window " + pointerText(game) + ")"}));
+                                     hex(nullptr) + ", game window " + hex(game) + ")"}));
 }
 
 TEST_F(Track, NoForegroundWindowWhileAwayStaysAway) {

@@ -9,6 +9,7 @@
 
 #include "app/host_state.h"
 #include "app/text.h"
+#include "fakes.h"
 #include "host_windows_support.h"
 #include "test_support.h"
 
@@ -53,7 +54,7 @@ protected:
                " pid " + std::to_string(GetCurrentProcessId());
     }
 
-    host_windows::SavedHostState saved;
+    fakes::HostStateGuard saved;
     ScratchLog log;
     std::vector<HWND> windows;
     HWND hostWindow = nullptr;

@@ -15,12 +15,14 @@
 
 #include "app/counters.h"
 #include "app/host_state.h"
+#include "fakes.h"
 #include "host/fit.h"
 #include "host_windows_support.h"
+#include "keyboard/layout_keeper.h"
 #include "test_support.h"
 
+using fakes::RecordingController;
 using host_windows::hex;
-using host_windows::RecordingController;
 using host_windows::takeQuitMessage;
 using host_windows::uniqueName;
 using test_support::ScratchLog;
@@ -45,7 +47,7 @@ protected:
         host.startTicks = GetTickCount();
         host.noGameWindowSince = 0;
         host.regionRects.clear();
-        host.docFolder = scratchFolder();
+        host.docFolder = docs.path;
         host.gameClass = uniqueName(L"TickGameClass");
         host.gameTitle = uniqueName(L"Tick Game");
         keepLayout = false;
@@ -57,14 +59,6 @@ protected:
         host_windows::destroyQuietly(hostWindow);
         for (HWND window : windows) DestroyWindow(window);
         takeQuitMessage();
-        DeleteFileW((host.docFolder + L"\\gra_keys.txt").c_str());
-        RemoveDirectoryW(host.docFolder.c_str());
-    }
-
-    static std::wstring scratchFolder() {
-        std::wstring folder = test_support::scratchPath(L"docs");
-        CreateDirectoryW(folder.c_str(), nullptr);
-        return folder;
     }
 
     void makeHost(bool childMode) {
@@ -93,8 +87,9 @@ protected:
         return std::find(messages.begin(), messages.end(), message) != messages.end();
     }
 
-    host_windows::SavedHostState saved;
+    fakes::HostStateGuard saved;
     ScratchLog log;
+    test_support::ScratchFolder docs;
     HWND hostWindow = nullptr;
     std::vector<HWND> windows;
 };

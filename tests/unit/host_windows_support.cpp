@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "app/text.h"
-#include "host/fit.h"
 #include "host/host_window.h"
 
 namespace host_windows {
@@ -105,85 +104,49 @@ uint32_t endedProcessId(HANDLE* keptHandle) {
     return process.dwProcessId;
 }
 
-STDMETHODIMP RecordingController::QueryInterface(REFIID iid, void** object) {
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_ICoreWebView2Controller)) {
-        *object = this;
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+TestWindows::TestWindows() {
+    const wchar_t* className = L"GraUnitTestWindow";
+    registerClass(className, DefWindowProcW, nullptr);
+    RECT outer{0, 0, 400, 300};
+    AdjustWindowRectEx(&outer, WS_OVERLAPPEDWINDOW, FALSE, 0);
+    game = CreateWindowExW(0, className, L"unit test game", WS_OVERLAPPEDWINDOW, 40, 40, outer.right - outer.left,
+                           outer.bottom - outer.top, nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
+    overlay = CreateWindowExW(0, className, L"unit test overlay", WS_POPUP | WS_CLIPCHILDREN, 0, 0, 100, 100, nullptr,
+                              nullptr, GetModuleHandleW(nullptr), nullptr);
+    SetParent(overlay, game);
+    SetWindowLongPtrW(overlay, GWL_STYLE, WS_CHILD | WS_CLIPSIBLINGS | WS_CLIPCHILDREN);
 }
 
-SavedHostState::SavedHostState()
-    : gameWindow(host.gameWindow),
-      hostWindow(host.hostWindow),
-      childMode(host.childMode),
-      activeMode(host.activeMode),
-      coverUp(host.coverUp),
-      closeReceived(host.closeReceived),
-      mouseToGame(host.mouseToGame),
-      throughWanted(host.throughWanted),
-      mode(host.mode),
-      docFolder(host.docFolder),
-      gameTitle(host.gameTitle),
-      gameClass(host.gameClass),
-      startTicks(host.startTicks),
-      noGameWindowSince(host.noGameWindowSince),
-      gameProcessId(host.gameProcessId),
-      attachedInputThread(host.attachedInputThread),
-      browserProcessId(host.browserProcessId),
-      exitReason(host.exitReason),
-      replyAddress(host.replyAddress),
-      replyAddressKnown(host.replyAddressKnown),
-      preferredPortSeen(host.preferredPortSeen),
-      gamePort(host.gamePort),
-      regionRects(host.regionRects),
-      gameAway(host.gameAway),
-      oldRuleAway(host.oldRuleAway),
-      foregroundIsBrowser(host.foregroundIsBrowser),
-      keepLayoutValue(keepLayout),
-      lastForeground(host.lastForeground),
-      lastBrowserProcessId(host.lastBrowserProcessId),
-      counters(activity),
-      lastClient(lastGameClient),
-      lastOrigin(lastGameOrigin),
-      keeper(layoutKeeper) {}
+TestWindows::~TestWindows() {
+    DestroyWindow(overlay);
+    DestroyWindow(game);
+}
 
-SavedHostState::~SavedHostState() {
-    host.webController.ptr = nullptr;  // a stand-in on the test's stack, never released
-    host.gameWindow = gameWindow;
-    host.hostWindow = hostWindow;
-    host.childMode = childMode;
-    host.activeMode = activeMode;
-    host.coverUp = coverUp;
-    host.closeReceived = closeReceived;
-    host.mouseToGame = mouseToGame;
-    host.throughWanted = throughWanted;
-    host.mode = mode;
-    host.docFolder = docFolder;
-    host.gameTitle = gameTitle;
-    host.gameClass = gameClass;
-    host.startTicks = startTicks;
-    host.noGameWindowSince = noGameWindowSince;
-    host.gameProcessId = gameProcessId;
-    host.attachedInputThread = attachedInputThread;
-    host.browserProcessId = browserProcessId;
-    host.exitReason = exitReason;
-    host.replyAddress = replyAddress;
-    host.replyAddressKnown = replyAddressKnown;
-    host.preferredPortSeen = preferredPortSeen;
-    host.gamePort = gamePort;
-    host.regionRects = regionRects;
-    host.gameAway = gameAway;
-    host.oldRuleAway = oldRuleAway;
-    host.foregroundIsBrowser = foregroundIsBrowser;
-    keepLayout = keepLayoutValue;
-    host.lastForeground = lastForeground;
-    host.lastBrowserProcessId = lastBrowserProcessId;
-    activity = counters;
-    lastGameClient = lastClient;
-    lastGameOrigin = lastOrigin;
-    layoutKeeper = keeper;
+PlainWindow::PlainWindow() {
+    handle = CreateWindowExW(0, L"STATIC", L"stand-in host", WS_POPUP, 0, 0, 320, 200, nullptr, nullptr,
+                             GetModuleHandleW(nullptr), nullptr);
+}
+
+PlainWindow::~PlainWindow() {
+    if (handle) DestroyWindow(handle);
+}
+
+std::vector<RECT> windowRegionRects(HWND window) {
+    HRGN region = CreateRectRgn(0, 0, 0, 0);
+    std::vector<RECT> rects;
+    if (GetWindowRgn(window, region) == ERROR) {
+        DeleteObject(region);
+        return {RECT{-1, -1, -1, -1}};
+    }
+    DWORD size = GetRegionData(region, 0, nullptr);
+    std::vector<char> storage(size);
+    RGNDATA* data = reinterpret_cast<RGNDATA*>(storage.data());
+    if (size != 0 && GetRegionData(region, size, data) != 0) {
+        const RECT* first = reinterpret_cast<const RECT*>(data->Buffer);
+        rects.assign(first, first + data->rdh.nCount);
+    }
+    DeleteObject(region);
+    return rects;
 }
 
 }  // namespace host_windows

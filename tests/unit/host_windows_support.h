@@ -1,8 +1,6 @@
-// Helpers for the unit tests of the host window, the game window and fitting:
-// real windows made in the test process (a "game" window and a host window
-// run by hostWindowProc), a recording stand-in for the web view controller,
-// and a guard that puts every piece of process-wide state that these tests
-// touch back as it was.
+// Real windows made in the test process for the tests that need windows: a
+// "game" window, a host window run by hostWindowProc, a game window with a
+// host window attached, a plain window, and what tests ask about them.
 #pragma once
 
 #include <windows.h>
@@ -10,11 +8,6 @@
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include "app/counters.h"
-#include "app/host_state.h"
-#include "keyboard/layout_keeper.h"
-#include "page/webview2.h"
 
 namespace host_windows {
 
@@ -51,76 +44,39 @@ std::string ownImageName();
 // (so the id still names a process object), else closed.
 uint32_t endedProcessId(HANDLE* keptHandle = nullptr);
 
-// A controller that records the calls the host makes on it. It answers only
-// for IUnknown and ICoreWebView2Controller; every other call succeeds and
-// does nothing.
-class RecordingController : public ICoreWebView2Controller {
-public:
-    std::vector<RECT> bounds;
-    std::vector<BOOL> visibility;
-
-    STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
-    STDMETHODIMP get_IsVisible(BOOL*) override { return S_OK; }
-    STDMETHODIMP put_IsVisible(BOOL visible) override {
-        visibility.push_back(visible);
-        return S_OK;
-    }
-    STDMETHODIMP get_Bounds(RECT*) override { return S_OK; }
-    STDMETHODIMP put_Bounds(RECT rect) override {
-        bounds.push_back(rect);
-        return S_OK;
-    }
-    STDMETHODIMP get_ZoomFactor(double*) override { return S_OK; }
-    STDMETHODIMP put_ZoomFactor(double) override { return S_OK; }
-    STDMETHODIMP add_ZoomFactorChanged(IUnknown*, EventRegistrationToken*) override { return S_OK; }
-    STDMETHODIMP remove_ZoomFactorChanged(EventRegistrationToken) override { return S_OK; }
-    STDMETHODIMP SetBoundsAndZoomFactor(RECT, double) override { return S_OK; }
-    STDMETHODIMP MoveFocus(COREWEBVIEW2_MOVE_FOCUS_REASON) override { return S_OK; }
-    STDMETHODIMP add_MoveFocusRequested(IUnknown*, EventRegistrationToken*) override { return S_OK; }
-    STDMETHODIMP remove_MoveFocusRequested(EventRegistrationToken) override { return S_OK; }
-    STDMETHODIMP add_GotFocus(IUnknown*, EventRegistrationToken*) override { return S_OK; }
-    STDMETHODIMP remove_GotFocus(EventRegistrationToken) override { return S_OK; }
-    STDMETHODIMP add_LostFocus(IUnknown*, EventRegistrationToken*) override { return S_OK; }
-    STDMETHODIMP remove_LostFocus(EventRegistrationToken) override { return S_OK; }
-    STDMETHODIMP add_AcceleratorKeyPressed(IUnknown*, EventRegistrationToken*) override { return S_OK; }
-    STDMETHODIMP remove_AcceleratorKeyPressed(EventRegistrationToken) override { return S_OK; }
-    STDMETHODIMP get_ParentWindow(HWND*) override { return S_OK; }
-    STDMETHODIMP put_ParentWindow(HWND) override { return S_OK; }
-    STDMETHODIMP NotifyParentWindowPositionChanged() override { return S_OK; }
-    STDMETHODIMP Close() override { return S_OK; }
-    STDMETHODIMP get_CoreWebView2(ICoreWebView2**) override { return E_NOTIMPL; }
+// A game window (top-level, framed, 400 x 300 client area) and a host window
+// attached to it as the program does in child mode (WS_CHILD |
+// WS_CLIPSIBLINGS | WS_CLIPCHILDREN), both of a test class with no background
+// brush and the default window procedure, both destroyed with the object. The
+// game window is never shown: under Wine destroying a shown window waits
+// about 2 s for the X server. So the host window's own WS_VISIBLE bit
+// (shown()) tells whether the program showed or hid it.
+struct TestWindows {
+    HWND game = nullptr;
+    HWND overlay = nullptr;
+    TestWindows();
+    ~TestWindows();
+    TestWindows(const TestWindows&) = delete;
+    TestWindows& operator=(const TestWindows&) = delete;
 };
 
-// Saves the host record's fields, the counters, fitting's last values and the
-// layout keeper's record that these tests change, and restores them (and
-// drops any controller stand-in) when it goes.
-class SavedHostState {
-public:
-    SavedHostState();
-    ~SavedHostState();
-    SavedHostState(const SavedHostState&) = delete;
-    SavedHostState& operator=(const SavedHostState&) = delete;
+inline bool shown(HWND window) {
+    return (GetWindowLongPtrW(window, GWL_STYLE) & WS_VISIBLE) != 0;
+}
 
-private:
-    HWND gameWindow, hostWindow;
-    bool childMode, activeMode, coverUp, closeReceived, mouseToGame, throughWanted;
-    int32_t mode;
-    std::wstring docFolder, gameTitle, gameClass;
-    uint32_t startTicks, noGameWindowSince, gameProcessId, attachedInputThread, browserProcessId;
-    std::string exitReason;
-    sockaddr_in replyAddress;
-    bool replyAddressKnown, preferredPortSeen;
-    uint16_t gamePort;
-    std::vector<PageRect> regionRects;
-    bool gameAway, oldRuleAway, foregroundIsBrowser, keepLayoutValue;
-    HWND lastForeground;
-    uint32_t lastBrowserProcessId;
-    ActivityCounters counters;
-    RECT lastClient;
-    POINT lastOrigin;
-    LayoutKeeperState keeper;
+// A hidden top-level window of a system class, destroyed with the object: a
+// host window for code that only changes its styles and region.
+class PlainWindow {
+public:
+    PlainWindow();
+    ~PlainWindow();
+    PlainWindow(const PlainWindow&) = delete;
+    PlainWindow& operator=(const PlainWindow&) = delete;
+    HWND handle = nullptr;
 };
+
+// The rectangles of a window's region in window coordinates; no region of
+// its own gives {-1} as a marker, an empty region gives no rectangles.
+std::vector<RECT> windowRegionRects(HWND window);
 
 }  // namespace host_windows

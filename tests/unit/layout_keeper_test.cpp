@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "app/host_state.h"
+#include "fakes.h"
 #include "keyboard/layout_keeper.h"
 #include "test_support.h"
 
@@ -366,23 +367,13 @@ TEST(LayoutName, ALanguageWithoutALocaleNameIsAQuestionMark) {
 // Points the documents folder at a fresh scratch folder.
 class KeysFile : public ::testing::Test {
 protected:
-    void SetUp() override {
-        previousDoc = host.docFolder;
-        folder = test_support::scratchPath(L"docs");
-        CreateDirectoryW(folder.c_str(), nullptr);
-        host.docFolder = folder;
-    }
-    void TearDown() override {
-        DeleteFileW(keysPath().c_str());
-        RemoveDirectoryW(folder.c_str());
-        host.docFolder = previousDoc;
-    }
-    std::wstring keysPath() const { return folder + L"\\gra_keys.txt"; }
+    void SetUp() override { host.docFolder = folder.path; }
+    std::wstring keysPath() const { return folder.file(L"gra_keys.txt"); }
     std::string keys() const { return test_support::readBytes(keysPath()); }
 
+    fakes::HostStateGuard saved;  // first in, last out
     ScratchLog log;
-    std::wstring folder;
-    std::wstring previousDoc;
+    test_support::ScratchFolder folder;
 };
 
 TEST_F(KeysFile, AnEventGoesToTheLogWithKeysAndToTheFileWithALineFeedAndNoTime) {
@@ -408,7 +399,7 @@ TEST_F(KeysFile, ALongEventIsCutToTheBuffer) {
 }
 
 TEST_F(KeysFile, AFileThatCannotBeOpenedIsSilentAndTheLogLineIsWritten) {
-    host.docFolder = folder + L"\\no such folder";
+    host.docFolder = folder.file(L"no such folder");
     noteKeys("keyboard layout in play: %s%s", "en-US [04090409]", "");
     EXPECT_EQ(log.messages(), (std::vector<std::string>{"keys: keyboard layout in play: en-US [04090409]"}));
     EXPECT_FALSE(test_support::fileExists(host.docFolder));
@@ -432,10 +423,6 @@ protected:
         game = CreateWindowExW(0, gameClassName, L"layout game", WS_OVERLAPPEDWINDOW, 0, 0, 300, 200, nullptr,
                                nullptr, GetModuleHandleW(nullptr), nullptr);
         ASSERT_NE(game, nullptr);
-        saved = layoutKeeper;
-        savedGame = host.gameWindow;
-        savedAway = host.gameAway;
-        savedKeep = keepLayout;
         layoutKeeper = LayoutKeeperState{};
         host.gameWindow = game;
         host.gameAway = false;
@@ -448,11 +435,6 @@ protected:
     void TearDown() override {
         takeAsks();
         if (game) DestroyWindow(game);
-        layoutKeeper = saved;
-        host.gameWindow = savedGame;
-        host.gameAway = savedAway;
-        keepLayout = savedKeep;
-        KeysFile::TearDown();
     }
 
     // The layout requests posted to this thread's windows, taken out of the queue.
@@ -487,10 +469,6 @@ protected:
     HWND game = nullptr;
     HKL current = nullptr;
     HKL other = nullptr;
-    LayoutKeeperState saved;
-    HWND savedGame = nullptr;
-    bool savedAway = false;
-    bool savedKeep = true;
 };
 
 TEST_F(KeepTick, WithoutAGameWindowNothingIsLookedAt) {

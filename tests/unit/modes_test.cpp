@@ -13,18 +13,12 @@
 
 #include "app/counters.h"
 #include "app/host_state.h"
+#include "fakes.h"
 #include "host/host_window.h"
-#include "recording_browser.h"
-#include "test_support.h"
+#include "host_windows_support.h"
 
-using recording_browser::GameSocket;
-using recording_browser::HostFieldsGuard;
-using recording_browser::RecordingController;
-using recording_browser::RecordingWebView;
-using recording_browser::TestWindows;
-using recording_browser::shown;
-using recording_browser::windowRegionRects;
-using test_support::ScratchLog;
+using host_windows::shown;
+using host_windows::windowRegionRects;
 
 namespace {
 
@@ -92,32 +86,10 @@ TEST(ScaledRect, EdgesBeyondThirtyTwoBitsBecomeTheSmallestInteger) {
 
 // --- the fixture: a game window, the host window in it, the game's socket ---
 
-class Modes : public ::testing::Test {
+class Modes : public fakes::ChildModeHostTest {
 protected:
-    HostFieldsGuard guard;  // first in, last out: puts the host state back
-    ScratchLog log;
-    GameSocket game;
-    RecordingController controller;
-    RecordingWebView webView;
-    TestWindows windows;
-
     void SetUp() override {
-        host.hostWindow = windows.overlay;
-        host.gameWindow = windows.game;
-        host.childMode = true;
-        host.mode = modeHidden;
-        host.activeMode = false;
-        host.coverUp = true;
-        host.throughWanted = false;
-        host.mouseToGame = false;
-        host.regionRects.clear();
-        host.attachedInputThread = 0;
-        host.pageReady = false;
-        host.pendingPad.clear();
-        host.pendingPageMessages.clear();
-        host.webController.ptr = &controller;
-        host.webView.ptr = nullptr;
-        game.install();
+        ChildModeHostTest::SetUp();
         SetWindowPos(windows.overlay, nullptr, 0, 0, 300, 200, SWP_NOZORDER | SWP_NOACTIVATE);
     }
 

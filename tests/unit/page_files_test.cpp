@@ -9,13 +9,14 @@
 #include <string>
 
 #include "app/host_state.h"
-#include "page_test_support.h"
+#include "fakes.h"
 #include "test_support.h"
 
+using fakes::HostStateGuard;
 using test_support::fileExists;
 using test_support::readBytes;
-using page_test::ScratchFolder;
-using page_test::writeBytes;
+using test_support::ScratchFolder;
+using test_support::writeBytes;
 
 namespace {
 
@@ -32,16 +33,6 @@ std::string allByteValues() {
     for (int i = 0; i < 256; ++i) bytes += static_cast<char>(i);
     return bytes;
 }
-
-// Keeps host.docFolder as it was.
-class DocFolder {
-public:
-    explicit DocFolder(const std::wstring& folder) : previous(host.docFolder) { host.docFolder = folder; }
-    ~DocFolder() { host.docFolder = previous; }
-
-private:
-    std::wstring previous;
-};
 
 // ---- isPageFileName ----
 
@@ -76,14 +67,16 @@ TEST(IsPageFileName, LookAlikeLettersAreRefused) {
 // ---- pageFilePath ----
 
 TEST(PageFilePath, DocumentsFolderBackslashAndTheNameAsWritten) {
-    DocFolder doc(L"C:\\Users\\p\\Documents");
+    HostStateGuard guard;
+    host.docFolder = L"C:\\Users\\p\\Documents";
     EXPECT_EQ(pageFilePath(L"gra_pad.json"), L"C:\\Users\\p\\Documents\\gra_pad.json");
     EXPECT_EQ(pageFilePath(L"GRA_PAD.JSON"), L"C:\\Users\\p\\Documents\\GRA_PAD.JSON");
     EXPECT_EQ(pageFilePath(L"Gra_Overlay.json"), L"C:\\Users\\p\\Documents\\Gra_Overlay.json");
 }
 
 TEST(PageFilePath, NothingIsNormalised) {
-    DocFolder trailing(L"D:\\docs\\");
+    HostStateGuard guard;
+    host.docFolder = L"D:\\docs\\";
     EXPECT_EQ(pageFilePath(L"gra_pad.json"), L"D:\\docs\\\\gra_pad.json");
     host.docFolder = L"";
     EXPECT_EQ(pageFilePath(L"gra_pad.json"), L"\\gra_pad.json");
@@ -256,8 +249,9 @@ TEST(WriteFileReplacing, TheTmpLiesBesideTheTargetUnderTheTargetsSpelling) {
 }
 
 TEST(WriteFileReplacing, ThroughPageFilePathTheFileLandsInTheDocumentsFolder) {
+    HostStateGuard guard;
     ScratchFolder folder;
-    DocFolder doc(folder.path);
+    host.docFolder = folder.path;
     EXPECT_TRUE(writeFileReplacing(pageFilePath(L"gra_overlay.json"), "{\"a\":1}"));
     EXPECT_EQ(readBytes(folder.file(L"gra_overlay.json")), "{\"a\":1}");
     std::string bytes;

@@ -11,18 +11,19 @@
 #include <vector>
 
 #include "app/host_state.h"
-#include "page/webview2.h"
-#include "page_test_support.h"
+#include "fakes.h"
+#include "host_windows_support.h"
 #include "test_support.h"
 
-using page_test::FakeWebView;
-using page_test::GameEnd;
-using page_test::PlainWindow;
-using page_test::ScratchFolder;
-using page_test::writeBytes;
+using fakes::GameSocket;
+using fakes::HostStateGuard;
+using fakes::RecordingWebView;
+using host_windows::PlainWindow;
 using test_support::fileExists;
 using test_support::readBytes;
+using test_support::ScratchFolder;
 using test_support::ScratchLog;
+using test_support::writeBytes;
 
 namespace {
 
@@ -198,59 +199,16 @@ TEST(GameCommandText, NoLineBreaksInTheArgument) {
 class PageMessages : public ::testing::Test {
 protected:
     void SetUp() override {
-        saved.pageReady = host.pageReady;
-        saved.pendingPad = host.pendingPad;
-        saved.pendingPageMessages = host.pendingPageMessages;
-        saved.mode = host.mode;
-        saved.activeMode = host.activeMode;
-        saved.hostWindow = host.hostWindow;
-        saved.gameWindow = host.gameWindow;
-        saved.regionRects = host.regionRects;
-        saved.throughWanted = host.throughWanted;
-        saved.mouseToGame = host.mouseToGame;
-        saved.coverUp = host.coverUp;
-        saved.gameSocket = host.gameSocket;
-        saved.replyAddress = host.replyAddress;
-        saved.replyAddressKnown = host.replyAddressKnown;
-        saved.docFolder = host.docFolder;
-        saved.webView = host.webView.ptr;
-
-        host.pageReady = false;
-        host.pendingPad.clear();
-        host.pendingPageMessages.clear();
-        host.mode = modeHidden;
-        host.activeMode = false;
+        fakes::resetModeFields();
         host.hostWindow = nullptr;
         host.gameWindow = nullptr;
-        host.regionRects.clear();
-        host.throughWanted = false;
-        host.mouseToGame = false;
-        host.coverUp = true;
-        host.gameSocket = game.programSocket;
-        host.replyAddress = game.gameAddress;
-        host.replyAddressKnown = true;
+        game.install();
         host.docFolder = folder.path;
-        host.webView.ptr = reinterpret_cast<ICoreWebView2*>(&page);
+        host.webView.ptr = page.get();
     }
 
     void TearDown() override {
-        EXPECT_TRUE(page.otherSlots.empty()) << "the web view was used for more than posting";
-        host.pageReady = saved.pageReady;
-        host.pendingPad = saved.pendingPad;
-        host.pendingPageMessages = saved.pendingPageMessages;
-        host.mode = saved.mode;
-        host.activeMode = saved.activeMode;
-        host.hostWindow = saved.hostWindow;
-        host.gameWindow = saved.gameWindow;
-        host.regionRects = saved.regionRects;
-        host.throughWanted = saved.throughWanted;
-        host.mouseToGame = saved.mouseToGame;
-        host.coverUp = saved.coverUp;
-        host.gameSocket = saved.gameSocket;
-        host.replyAddress = saved.replyAddress;
-        host.replyAddressKnown = saved.replyAddressKnown;
-        host.docFolder = saved.docFolder;
-        host.webView.ptr = saved.webView;
+        EXPECT_TRUE(page.unexpectedSlots.empty()) << "the web view was used for more than posting";
     }
 
     void post(const std::wstring& text) { dispatchPageMessage(text); }
@@ -264,28 +222,10 @@ protected:
         host.hostWindow = window.handle;
     }
 
-    struct Saved {
-        bool pageReady;
-        std::wstring pendingPad;
-        std::vector<std::wstring> pendingPageMessages;
-        int32_t mode;
-        bool activeMode;
-        HWND hostWindow;
-        HWND gameWindow;
-        std::vector<PageRect> regionRects;
-        bool throughWanted;
-        bool mouseToGame;
-        bool coverUp;
-        SOCKET gameSocket;
-        sockaddr_in replyAddress;
-        bool replyAddressKnown;
-        std::wstring docFolder;
-        ICoreWebView2* webView;
-    } saved{};
-
+    HostStateGuard saved;  // first in, last out
     ScratchLog log;
-    FakeWebView page;
-    GameEnd game;
+    RecordingWebView page;
+    GameSocket game;
     ScratchFolder folder;
     PlainWindow window;
 };

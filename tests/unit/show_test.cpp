@@ -10,16 +10,8 @@
 
 #include "app/counters.h"
 #include "app/host_state.h"
+#include "fakes.h"
 #include "page/page_messages.h"
-#include "recording_browser.h"
-#include "test_support.h"
-
-using recording_browser::GameSocket;
-using recording_browser::HostFieldsGuard;
-using recording_browser::RecordingController;
-using recording_browser::RecordingWebView;
-using recording_browser::TestWindows;
-using test_support::ScratchLog;
 
 namespace {
 
@@ -56,31 +48,11 @@ TEST(ShowMessage, ADashIsAnOrdinaryPad) {
 
 // --- showOverlay and the page's "ready" ---
 
-class Show : public ::testing::Test {
+class Show : public fakes::ChildModeHostTest {
 protected:
-    HostFieldsGuard guard;
-    ScratchLog log;
-    GameSocket game;
-    RecordingController controller;
-    RecordingWebView webView;
-    TestWindows windows;
-
     void SetUp() override {
-        host.hostWindow = windows.overlay;
-        host.gameWindow = windows.game;
-        host.childMode = true;
-        host.mode = modeHidden;
-        host.activeMode = false;
-        host.coverUp = true;
-        host.throughWanted = false;
-        host.mouseToGame = false;
-        host.attachedInputThread = 0;
-        host.pageReady = false;
-        host.pendingPad.clear();
-        host.pendingPageMessages.clear();
-        host.webController.ptr = &controller;
+        ChildModeHostTest::SetUp();
         host.webView.ptr = webView.get();
-        game.install();
     }
 
     uint32_t posts() const { return activity.counter[hostToPage].total; }

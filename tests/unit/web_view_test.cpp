@@ -18,6 +18,7 @@
 
 #include "app/counters.h"
 #include "app/host_state.h"
+#include "fakes.h"
 #include "test_support.h"
 
 using test_support::ScratchLog;
@@ -166,7 +167,8 @@ uint32_t low32(uintptr_t value) {
     return static_cast<uint32_t>(value & 0xFFFFFFFFu);
 }
 
-// Puts the parts of the host record that these tests change back as they were.
+// Drops the stand-ins' references that the program took, and puts the host
+// record back as it was.
 class WebView : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -174,7 +176,6 @@ protected:
         host.webView.reset();
         host.webController.reset();
         host.browserProcessId = 0;
-        saved = {host.webFolder, host.dataFolder, host.coverUp, host.activeMode};
         host.webFolder = L"C:\\game\\web";
 
         controller.interfaces = {&IID_IUnknown, &IID_ICoreWebView2Controller, &IID_ICoreWebView2Controller2,
@@ -189,19 +190,11 @@ protected:
     void TearDown() override {
         host.webView.reset();
         host.webController.reset();
-        host.browserProcessId = 0;
-        host.webFolder = saved.webFolder;
-        host.dataFolder = saved.dataFolder;
-        host.coverUp = saved.coverUp;
-        host.activeMode = saved.activeMode;
     }
 
     uint32_t total(Counter which) const { return activity.counter[which].total; }
 
-    struct Saved {
-        std::wstring webFolder, dataFolder;
-        bool coverUp, activeMode;
-    } saved;
+    fakes::HostStateGuard saved;
     Fake controller, webView, settings;
 };
 
@@ -360,10 +353,8 @@ TEST_F(WebView, EnvironmentAsksForAControllerOnTheHostWindow) {
     ScratchLog log;
     Fake environment;
     environment.keeps[3] = 2;
-    HWND savedWindow = host.hostWindow;
     host.hostWindow = reinterpret_cast<HWND>(static_cast<uintptr_t>(0x1234));
     EXPECT_EQ(onEnvironmentCreated(S_OK, environment.as<ICoreWebView2Environment>()), S_OK);
-    host.hostWindow = savedWindow;
 
     auto calls = callsOn(environment);
     ASSERT_EQ(calls.size(), 1u);
@@ -462,21 +453,19 @@ TEST(WebViewHandlers, AnswerForIUnknownAndTheirOwnInterfaceOnly) {
 }
 
 TEST(WebViewDataFolder, TheDataOptionWins) {
-    std::wstring saved = host.dataFolder;
+    fakes::HostStateGuard saved;
     host.dataFolder = L"D:\\browser data";
     EXPECT_EQ(browserDataFolder(), L"D:\\browser data");
-    host.dataFolder = saved;
 }
 
 TEST(WebViewDataFolder, LocalApplicationDataByDefault) {
-    std::wstring saved = host.dataFolder;
+    fakes::HostStateGuard saved;
     host.dataFolder.clear();
     PWSTR localAppData = nullptr;
     ASSERT_EQ(SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &localAppData), S_OK);
     std::wstring expected = std::wstring(localAppData) + L"\\GRA\\overlay";
     CoTaskMemFree(localAppData);
     EXPECT_EQ(browserDataFolder(), expected);
-    host.dataFolder = saved;
 }
 
 TEST(WebViewStart, WithoutARuntimeTheImmediateFailureIsLogged) {

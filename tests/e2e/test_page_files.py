@@ -211,7 +211,6 @@ class KilledWhileSaving(unittest.TestCase):
         write(target, first)
         sent = {first}
         seen = {"reads": 0, "missing": 0, "bad": []}
-        random.seed()
         number = 1
         reader_stop = threading.Event()
 

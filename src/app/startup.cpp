@@ -8,7 +8,6 @@
 #include "app/host_state.h"
 #include "app/log.h"
 #include "app/text.h"
-#include "host/fit.h"
 #include "host/host_window.h"
 #include "host/modes.h"
 #include "page/show.h"
@@ -75,16 +74,6 @@ void createHostWindow(HINSTANCE instance) {
                                       100, 100, nullptr, nullptr, instance, nullptr);
 }
 
-// When the first tick already found the game, the cover goes up over it
-// before the web view exists.
-void showCoverOverGame() {
-    if (!host.coverUp || !host.hostWindow || !IsWindow(host.gameWindow)) return;
-    fit_to_game();
-    ShowWindow(host.hostWindow, SW_SHOWNA);
-    if (host.webController) host.webController->put_IsVisible(TRUE);
-    setRegion(true);
-}
-
 void runMessageLoop() {
     MSG message;
     while (GetMessageW(&message, nullptr, 0, 0) > 0) {
@@ -137,6 +126,8 @@ int runHost(HINSTANCE instance) {
     host.startTicks = GetTickCount();
     SetTimer(host.hostWindow, 1, 100, nullptr);
     SendMessageW(host.hostWindow, WM_TIMER, 1, 0);
+    // When the first tick already found the game, the cover goes up over it
+    // before the web view exists.
     showCoverOverGame();
 
     startWebView();

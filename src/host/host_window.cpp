@@ -22,14 +22,6 @@ bool gameWindowAlive() {
     return host.gameWindow && IsWindow(host.gameWindow);
 }
 
-void showCoverOverNewGame() {
-    if (!host.hostWindow || !gameWindowAlive()) return;
-    fit_to_game();
-    ShowWindow(host.hostWindow, SW_SHOWNA);
-    if (host.webController) host.webController->put_IsVisible(TRUE);
-    setRegion(true);
-}
-
 // Returns false when the tick skips the page deadline (straight to the
 // foreground and layout steps).
 bool followOrFindGame() {
@@ -45,7 +37,7 @@ bool followOrFindGame() {
         attachToGameWindow(found);
         fit_to_game();
         if (!host.coverUp) return false;
-        showCoverOverNewGame();
+        showCoverOverGame();
         return true;
     }
     if (noGameWindowForTooLong(GetTickCount())) {

@@ -147,6 +147,14 @@ void coverOff(const char* reason) {
     if (host.mode == modeHidden) hideHost();
 }
 
+void showCoverOverGame() {
+    if (!host.coverUp || !host.hostWindow || !host.gameWindow || !IsWindow(host.gameWindow)) return;
+    fit_to_game();
+    ShowWindow(host.hostWindow, SW_SHOWNA);
+    if (host.webController) host.webController->put_IsVisible(TRUE);
+    setRegion(true);
+}
+
 void moveKeyboardFocus(bool toHost) {
     if (!host.childMode || !host.gameWindow || !host.hostWindow) return;
     DWORD current = GetCurrentThreadId();

@@ -15,6 +15,10 @@ void askPageToClose();
 void updateMouseOwner();
 void setRegion(bool redraw);
 void coverOff(const char* reason);
+
+// Puts the cover up over a live game window: the host fitted, shown and its
+// region the whole client area. Nothing when the cover is down.
+void showCoverOverGame();
 void moveKeyboardFocus(bool toHost);
 
 // The hit region's rectangles in device pixels: each page rectangle's edges

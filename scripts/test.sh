@@ -6,4 +6,5 @@ set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 bash "$here/scripts/install-deps.sh"
 bash "$here/scripts/build.sh"
-exec xvfb-run -a -s "-screen 0 1280x1024x24" bash "$here/scripts/run-tests-in-display.sh" "$@"
+exec bash "$here/scripts/in-wine-display.sh" \
+  ctest --test-dir "$here/build" --output-on-failure --timeout 300 -j "${GRA_TEST_JOBS:-2}" "$@"

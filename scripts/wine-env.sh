@@ -10,8 +10,9 @@ export WINEARCH=win64
 # inherit its output pipes; started here detached, they never hold a pipe that
 # ctest or a test waits on.
 start_wine_services() {
+  mkdir -p "$WINEPREFIX"
+  wineserver -p 2>/dev/null || true   # a server that already runs is fine
   wine cmd /c exit </dev/null >/dev/null 2>&1 || true
-  wineserver -p
 }
 
 stop_wine_services() {

@@ -61,6 +61,12 @@ class LayoutCase(unittest.TestCase):
     needs_foreground = True
     keep_layout = True
 
+    def assertKeysFile(self, expected):
+        """The keys file holds exactly expected: it is written right after
+        the log line that a test waits for."""
+        wait_until(lambda: self.overlay.keys_file() == expected, 5)
+        self.assertEqual(self.overlay.keys_file(), expected)
+
     def setUp(self):
         self.title = unique("Layout Game")
         self.game = self.start_game(self.title, "GraLayoutGame")
@@ -147,7 +153,7 @@ class LayoutCase(unittest.TestCase):
 class FirstPlayedLayout(LayoutCase):
     def test_the_first_played_layout_about_3_s_after_attach_in_the_log_and_the_keys_file(self):
         self.assertEqual(self.keys_lines(), [PLAYED_US])
-        self.assertEqual(self.overlay.keys_file(), (PLAYED_US + "\n").encode())
+        self.assertKeysFile((PLAYED_US + "\n").encode())
         found = self.overlay.wait_for_log(r"^game window [0-9A-F]{16} found ", 1).group(0)
         attached = next(line for line in read_log_file(self.overlay.log_path) if found in line)
         played = self.raw_line("keys: " + PLAYED_US)
@@ -169,7 +175,7 @@ class ChangeInsideTheGame(LayoutCase):
         self.wait_keys(PLAYED_VARIANT)
         self.assertGreaterEqual(time.monotonic() - started, 3.0)
         self.assertEqual(self.keys_lines(), [PLAYED_US, PLAYED_VARIANT])
-        self.assertEqual(self.overlay.keys_file(), ("%s\n%s\n" % (PLAYED_US, PLAYED_VARIANT)).encode())
+        self.assertKeysFile(("%s\n%s\n" % (PLAYED_US, PLAYED_VARIANT)).encode())
         self.assertEqual(self.lang_requests(), [])
 
 
@@ -186,7 +192,7 @@ class AltTabBack(LayoutCase):
         # lParam the played layout; first the game window, then the focus window.
         self.assertEqual(self.lang_requests(), [{"wparam": 0, "lparam": US_HKL, "hwnd": self.game_window["hwnd"]},
                                                 {"wparam": 0, "lparam": US_HKL, "hwnd": target}])
-        self.assertEqual(self.overlay.keys_file(), ("\n".join(lines) + "\n").encode())
+        self.assertKeysFile(("\n".join(lines) + "\n").encode())
         # The new layout was played 3 s after the keeper gave up.
         elapsed = (seconds_of(self.raw_line("keys: " + PLAYED_VARIANT))
                    - seconds_of(self.raw_line("keys: " + KEPT))) % 86400
@@ -232,7 +238,7 @@ class NoKeepLayout(LayoutCase):
         self.second_ask(lines, NOT_ASKED)
         self.assertEqual(lines[3:], [KEPT, PLAYED_VARIANT])
         self.assertEqual(self.lang_requests(), [])
-        self.assertEqual(self.overlay.keys_file(), ("\n".join(lines) + "\n").encode())
+        self.assertKeysFile(("\n".join(lines) + "\n").encode())
 
 
 class AsksPerMinute(LayoutCase):

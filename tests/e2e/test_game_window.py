@@ -83,7 +83,7 @@ class GameWindowTest(unittest.TestCase):
     def wait_ready(self, overlay):
         self.assertTrue(overlay.wait_for_log(r"^WebView2 ready, page ", 20), overlay.messages())
 
-    def wait_window(self, hwnd, predicate, timeout=3):
+    def wait_window(self, hwnd, predicate, timeout=10):
         """The window's description once predicate accepts it (or the last one seen)."""
         seen = {}
 
@@ -433,7 +433,9 @@ class Tick(GameWindowTest):
 
         # the cover is the whole client area and follows the game's size
         game.set_client(500, 350)
-        info = self.wait_window(host, lambda i: i["region"] == [[0, 0, 500, 350]])
+        # the tick places the host, then sets its region: wait for both
+        info = self.wait_window(host, lambda i: i["region"] == [[0, 0, 500, 350]]
+                                and i["rect"] == client_on_screen(game.info()))
         self.assertEqual(info["region"], [[0, 0, 500, 350]])
         self.assertEqual(info["rect"], client_on_screen(game.info()))
 

@@ -8,6 +8,7 @@
 #include "app/host_state.h"
 #include "app/log.h"
 #include "app/text.h"
+#include "gamelink/datagrams.h"
 #include "host/host_window.h"
 #include "host/modes.h"
 #include "page/show.h"
@@ -16,7 +17,6 @@
 
 namespace {
 
-constexpr UINT socketMessage = WM_APP + 1;
 constexpr int portWaitAttempts = 120;
 constexpr DWORD portWaitStepMs = 250;
 

@@ -8,6 +8,9 @@
 #include <cstdint>
 #include <string>
 
+// The message that tells the host window the link's socket can be read.
+constexpr UINT socketMessage = WM_APP + 1;
+
 // Reads until nothing waits; counts, notes the sender and dispatches each one.
 void receiveGameDatagrams();
 

@@ -15,9 +15,6 @@
 
 namespace {
 
-constexpr UINT socketMessage = WM_APP + 1;
-constexpr COLORREF colourKey = 0x00010001;
-
 bool gameWindowAlive() {
     return host.gameWindow && IsWindow(host.gameWindow);
 }

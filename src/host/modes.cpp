@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr COLORREF colourKey = 0x00010001;
-
 void hideHost() {
     if (host.webController) host.webController->put_IsVisible(FALSE);
     ShowWindow(host.hostWindow, SW_HIDE);

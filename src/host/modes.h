@@ -10,6 +10,10 @@
 
 struct PageRect;
 
+// The colour that is see-through while the mouse belongs to the game: the
+// host window's background is painted in it then.
+constexpr COLORREF colourKey = 0x00010001;
+
 void setMode(int newMode);
 void askPageToClose();
 void updateMouseOwner();

@@ -77,6 +77,24 @@ class GameWindowTest(unittest.TestCase):
         self.assertTrue(found, overlay.messages())
         return found.string
 
+    def follow_move_and_resize(self, name, mode, position, size):
+        """While the cover is up the tick fits the host to the game: it sits
+        over the moved game's client area and takes its new size, and the web
+        view fills it."""
+        title = unique("Follow Game")
+        game = self.start_game(title)
+        overlay = self.start_overlay(name, title, mode=mode)
+        self.wait_ready(overlay)
+        host = overlay.host_window()
+        game.move(*position)
+        info = self.wait_window(host, lambda i: i["rect"] == client_on_screen(game.info()))
+        self.assertEqual(info["rect"], client_on_screen(game.info()))
+        game.set_client(*size)
+        info = self.wait_window(host, lambda i: i["client"] == [0, 0, size[0], size[1]])
+        self.assertEqual(info["client"], [0, 0, size[0], size[1]])
+        self.assertEqual(info["rect"], client_on_screen(game.info()))
+        self.assertTrue(overlay.wait_for_journal(r"^controller\.put_Bounds 0 0 %d %d$" % size, 3))
+
     def found_lines(self, overlay):
         return [m for m in overlay.messages() if re.match(r"^game window [0-9A-F]{16} found ", m)]
 
@@ -214,19 +232,7 @@ class ChildMode(GameWindowTest):
         self.assertEqual(game.send(host, WM_MOUSEACTIVATE, int(hwnd, 16), 0x02010001)["result"], 1)
 
     def test_the_host_follows_a_move_and_a_resize_of_the_game_window(self):
-        title = unique("Child Follow Game")
-        game = self.start_game(title)
-        overlay = self.start_overlay("child-follow", title)
-        self.wait_ready(overlay)
-        host = overlay.host_window()
-        game.move(260, 170)
-        info = self.wait_window(host, lambda i: i["rect"] == client_on_screen(game.info()))
-        self.assertEqual(info["rect"], client_on_screen(game.info()))
-        game.set_client(420, 310)
-        info = self.wait_window(host, lambda i: i["client"] == [0, 0, 420, 310])
-        self.assertEqual(info["client"], [0, 0, 420, 310])
-        self.assertEqual(info["rect"], client_on_screen(game.info()))
-        self.assertTrue(overlay.wait_for_journal(r"^controller\.put_Bounds 0 0 420 310$", 3))
+        self.follow_move_and_resize("child-follow", "child", (260, 170), (420, 310))
 
     def let_go_and_find_again(self, name, mouse_to_game):
         """The first game lets go of the host window (makes it top-level
@@ -357,17 +363,7 @@ class OwnedMode(GameWindowTest):
         self.assertEqual(game.send(host, WM_MOUSEACTIVATE, int(hwnd, 16), 0x02010001)["result"], 3)
 
     def test_the_host_follows_a_move_and_a_resize_while_the_cover_is_up(self):
-        title = unique("Owned Follow Game")
-        game = self.start_game(title)
-        overlay = self.start_overlay("owned-follow", title, mode="owned")
-        self.wait_ready(overlay)
-        host = overlay.host_window()
-        game.move(300, 210)
-        info = self.wait_window(host, lambda i: i["rect"] == client_on_screen(game.info()))
-        self.assertEqual(info["rect"], client_on_screen(game.info()))
-        game.set_client(380, 290)
-        info = self.wait_window(host, lambda i: i["client"] == [0, 0, 380, 290])
-        self.assertEqual(info["rect"], client_on_screen(game.info()))
+        self.follow_move_and_resize("owned-follow", "owned", (300, 210), (380, 290))
 
     def test_wm_close_to_the_host_ends_it_and_leaves_the_game(self):
         title = unique("Owned WM_CLOSE Game")

@@ -116,6 +116,7 @@ class Overlay:
         self.env.pop("WEBVIEW2_BROWSER_EXECUTABLE_FOLDER", None)
         if runtime == "standin":
             self.env["WEBVIEW2_BROWSER_EXECUTABLE_FOLDER"] = wine_path(RUNTIME_FOLDER)
+        # runtime "chromium": the caller's env names the runtime and its bridge
         elif runtime == "empty":
             empty = os.path.join(self.dir, "no-runtime")
             os.makedirs(empty, exist_ok=True)

@@ -1,0 +1,244 @@
+#!/usr/bin/env node
+// The Linux side of the Chromium-backed WebView2 runtime. It listens on one
+// loopback TCP port; the runtime library that the program loads under Wine
+// connects to it, and each such connection is one WebView2 environment with
+// its own headless Chromium and one web view. Tests and the benchmark connect
+// to the same port as "control" clients to look into the page.
+//
+//   node bridge.mjs [--port N] [--journal FILE] [--chromium PATH]
+//
+// The first line on standard output is "bridge listening on 127.0.0.1:<port>";
+// later lines say what a person watching should know (browser started or
+// ended, page errors). The journal, when asked for, gets one JSON object per
+// line for everything the runtime asked of the browser.
+//
+// Wire format, both ways: one JSON object per line; an object with a "bytes"
+// field is followed by exactly that many raw bytes (the frames' pixels).
+import fs from 'node:fs';
+import net from 'node:net';
+import { Chromium } from './chromium.mjs';
+import { Page } from './page.mjs';
+
+const options = { port: 0, journal: '', chromium: process.env.GRA_CHROMIUM_EXECUTABLE || '/usr/bin/chromium' };
+for (let i = 2; i < process.argv.length; i++) {
+  const name = process.argv[i].replace(/^--/, '');
+  if (!(name in options) || i + 1 >= process.argv.length) {
+    console.error(`usage: bridge.mjs [--port N] [--journal FILE] [--chromium PATH] (not understood: ${process.argv[i]})`);
+    process.exit(2);
+  }
+  options[name] = name === 'port' ? Number(process.argv[++i]) : process.argv[++i];
+}
+
+const say = (text) => console.log(text);
+const started = performance.now();
+function journal(entry) {
+  if (!options.journal) return;
+  fs.appendFileSync(options.journal, JSON.stringify({ t: Math.round(performance.now() - started), ...entry }) + '\n');
+}
+
+// HRESULTs the environment creation answers with, as a real runtime would.
+const FILE_NOT_FOUND = 0x80070002;
+const FAILED = 0x80004005;
+
+const pages = new Set();
+const browsers = new Set();
+
+/** Splits a byte stream into messages: JSON lines, each followed by its "bytes" if it has any. */
+function readMessages(socket, onMessage) {
+  let buffered = Buffer.alloc(0);
+  let waiting = null;
+  socket.on('data', (data) => {
+    buffered = buffered.length ? Buffer.concat([buffered, data]) : data;
+    for (;;) {
+      if (waiting) {
+        if (buffered.length < waiting.bytes) return;
+        const body = buffered.subarray(0, waiting.bytes);
+        buffered = buffered.subarray(waiting.bytes);
+        const message = waiting;
+        waiting = null;
+        onMessage(message, body);
+        continue;
+      }
+      const end = buffered.indexOf(10);
+      if (end < 0) return;
+      const line = buffered.subarray(0, end).toString('utf8');
+      buffered = buffered.subarray(end + 1);
+      if (!line.trim()) continue;
+      let message;
+      try {
+        message = JSON.parse(line);
+      } catch {
+        journal({ event: 'bad-line', line });
+        continue;
+      }
+      if (message.bytes > 0) waiting = message;
+      else onMessage(message, null);
+    }
+  });
+}
+
+function writer(socket) {
+  return (message, body = null) => {
+    if (socket.destroyed) return;
+    socket.write(JSON.stringify(message) + '\n');
+    if (body) socket.write(body);
+  };
+}
+
+// ------------------------------------------------------------ runtime
+
+async function serveRuntime(socket, first) {
+  const send = writer(socket);
+  let browser = null;
+  let page = null;
+  // Calls that arrive while the browser starts wait for it, in their order.
+  let browserReady;
+  const launched = new Promise((resolve) => { browserReady = resolve; });
+  readMessages(socket, async (message) => {
+    if (await launched) onMessage(message);
+  });
+  journal({ event: 'environment', userDataFolder: first.userDataFolder, arguments: first.arguments, runtimeType: first.runtimeType });
+  const extraSwitches = (first.arguments || '').split(/\s+/).filter(Boolean);
+  try {
+    browser = await Chromium.launch({
+      executable: options.chromium, extraSwitches,
+      onExit: (code, signal) => {
+        say(`browser ended (code ${code}, signal ${signal}); the program keeps running without a page`);
+        journal({ event: 'browser-ended', code, signal });
+        send({ op: 'browser-ended' });
+      },
+    });
+  } catch (error) {
+    const hresult = error.code === 'ENOENT' ? FILE_NOT_FOUND : FAILED;
+    say(`browser could not start: ${error.message}`);
+    journal({ event: 'environment-failed', message: error.message, hresult });
+    send({ op: 'environment', ok: false, hresult });
+    socket.end();
+    browserReady(false);
+    return;
+  }
+  browsers.add(browser);
+  say(`browser started (pid ${browser.pid}, ${browser.version})`);
+  journal({ event: 'browser-started', pid: browser.pid, version: browser.version });
+  send({ op: 'environment', ok: true, pid: browser.pid, version: browser.version.replace(/^[^/]*\//, '') });
+  browserReady(true);
+
+  const onMessage = (message) => {
+    if (message.op !== 'painted' && message.op !== 'mouse') journal({ event: 'call', ...message });
+    switch (message.op) {
+      case 'controller':
+        openPage(message);
+        break;
+      case 'painted':
+        page?.onPainted(message.seq);
+        break;
+      default:
+        if (page) page.enqueue(() => runCall(page, message));
+    }
+  };
+
+  async function openPage(message) {
+    if (page) {
+      send({ op: 'controller', ok: false, hresult: FAILED });
+      return;
+    }
+    const candidate = new Page({ browser, journal, toRuntime: send, say });
+    try {
+      await candidate.open(message);
+      page = candidate;
+      pages.add(page);
+      send({ op: 'controller', ok: true });
+    } catch (error) {
+      journal({ event: 'controller-failed', message: error.message });
+      send({ op: 'controller', ok: false, hresult: FAILED });
+    }
+  }
+
+  socket.on('close', () => {
+    say('runtime disconnected; closing its browser');
+    journal({ event: 'runtime-disconnected' });
+    if (page) pages.delete(page);
+    browsers.delete(browser);
+    browser.close();
+  });
+}
+
+async function runCall(page, call) {
+  switch (call.op) {
+    case 'bounds': return page.setBounds(call.width, call.height);
+    case 'visible': return page.setVisible(!!call.on);
+    case 'background': return page.setBackground(call);
+    case 'scale': return page.setScale(call.value);
+    case 'setting': return page.setSetting(call.name, !!call.value);
+    case 'map': return page.mapHost(call.host, call.folder);
+    case 'unmap': return page.unmapHost(call.host);
+    case 'navigate': return page.navigate(call.uri);
+    case 'reload': return page.reload();
+    case 'post': return page.postToPage(call.json);
+    case 'focus': return page.focus();
+    case 'mouse': return page.mouse(call);
+    case 'key': return page.key(call);
+    case 'close': return page.close();
+    default: journal({ event: 'unknown-call', op: call.op });
+  }
+}
+
+// ------------------------------------------------------------ control
+
+function serveControl(socket) {
+  const send = writer(socket);
+  readMessages(socket, async (message) => {
+    const page = [...pages].at(-1);
+    const reply = (fields) => send({ id: message.id, ...fields });
+    try {
+      if (message.op === 'state') return reply({ ok: true, value: page ? page.state : null });
+      if (!page) return reply({ ok: false, error: 'no page yet' });
+      if (message.op === 'eval') return reply({ ok: true, value: await page.evaluate(message.expression) });
+      if (message.op === 'measure-frames') return reply({ ok: true, value: await page.measureFrameLatency(message.count ?? 100) });
+      return reply({ ok: false, error: `unknown op ${message.op}` });
+    } catch (error) {
+      return reply({ ok: false, error: String(error.message ?? error) });
+    }
+  });
+}
+
+// ------------------------------------------------------------ listening
+
+const server = net.createServer((socket) => {
+  socket.setNoDelay(true);
+  let first = true;
+  const onFirst = (data) => {
+    if (!first) return;
+    const end = data.indexOf(10);
+    if (end < 0) return;  // the first line is short; it always arrives whole in practice
+    first = false;
+    socket.off('data', onFirst);
+    let hello;
+    try {
+      hello = JSON.parse(data.subarray(0, end).toString('utf8'));
+    } catch {
+      socket.destroy();
+      return;
+    }
+    const rest = data.subarray(end + 1);
+    if (hello.op === 'environment') {
+      say('runtime connected');
+      serveRuntime(socket, hello);
+    } else if (hello.op === 'control') {
+      serveControl(socket);
+    } else {
+      socket.destroy();
+      return;
+    }
+    if (rest.length) socket.emit('data', rest);
+  };
+  socket.on('data', onFirst);
+  socket.on('error', () => {});
+});
+server.listen(options.port, '127.0.0.1', () => say(`bridge listening on 127.0.0.1:${server.address().port}`));
+for (const signal of ['SIGTERM', 'SIGINT']) {
+  process.on(signal, () => {
+    for (const browser of browsers) browser.close();
+    process.exit(0);
+  });
+}

@@ -124,7 +124,7 @@ async function serveRuntime(socket, first) {
   browserReady(true);
 
   const onMessage = (message) => {
-    if (message.op !== 'painted' && message.op !== 'mouse') journal({ event: 'call', ...message });
+    if (message.op !== 'painted' && !(message.op === 'mouse' && message.type === 'move')) journal({ event: 'call', ...message });
     switch (message.op) {
       case 'controller':
         openPage(message);

@@ -9,7 +9,7 @@
 //   second <class> <title>, raise <H>, spawn-owned
 //   post <H> <msg> <wparam> <lparam>, send <H> <msg> <wparam> <lparam>,
 //   find <class> [<title>]
-//   langrequests, layout <KLID>, activate <HKL>
+//   langrequests, layout <KLID>, activate <HKL>, clicks
 //
 // A few more let a test build window arrangements without the overlay:
 //   setparent <H> <parent|0>, setowner <H> <owner|0>,
@@ -22,6 +22,7 @@
 // layout); "children"/"owned" {"windows":[...]}; "second"/"find" {"hwnd"};
 // "spawn-owned" {"pid","port"}; "post" {"ok","error"}; "send" {"ok","result",
 // "error"}; "langrequests" {"requests":[{"wparam","lparam","hwnd"}...]};
+// "clicks" {"clicks":[[x,y]...]} (left-button presses on the game window);
 // most others {"ok":true}. "close" and "exit" reply before they act.
 // Unknown commands and bad arguments are answered with {"error":"..."}.
 #include "standin_game.h"
@@ -291,6 +292,14 @@ std::string langRequestsCommand(std::string) {
     return out + "]}";
 }
 
+std::string clicksCommand(std::string) {
+    std::string out = "{\"clicks\":[";
+    for (size_t i = 0; i < standin.clicks.size(); ++i) {
+        out += (i ? ",[" : "[") + std::to_string(standin.clicks[i].x) + "," + std::to_string(standin.clicks[i].y) + "]";
+    }
+    return out + "]}";
+}
+
 // Wine 8 answers LoadKeyboardLayoutW with the current layout and switches
 // nothing; "activate" is the way to change the layout there.
 std::string layoutCommand(std::string args) {
@@ -410,6 +419,7 @@ const Command kCommands[] = {
     {"send", sendCommand, AfterReply::nothing},
     {"find", findCommand, AfterReply::nothing},
     {"langrequests", langRequestsCommand, AfterReply::nothing},
+    {"clicks", clicksCommand, AfterReply::nothing},
     {"layout", layoutCommand, AfterReply::nothing},
     {"activate", activateCommand, AfterReply::nothing},
     {"setparent", setParentCommand, AfterReply::nothing},

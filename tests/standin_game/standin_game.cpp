@@ -33,6 +33,9 @@ const wchar_t kControlClass[] = L"StandinGameControl";
 
 LRESULT CALLBACK gameWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     if (message == WM_INPUTLANGCHANGEREQUEST) standin.langRequests.push_back({wParam, lParam, window});
+    if (message == WM_LBUTTONDOWN && window == standin.gameWindow) {
+        standin.clicks.push_back({static_cast<short>(LOWORD(lParam)), static_cast<short>(HIWORD(lParam))});
+    }
     if (message == WM_DESTROY && window == standin.gameWindow) {
         PostQuitMessage(0);
         return 0;

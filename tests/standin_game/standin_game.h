@@ -30,6 +30,7 @@ struct Standin {
     HWND gameWindow = nullptr;
     SOCKET socket = INVALID_SOCKET;
     std::vector<LangRequest> langRequests;
+    std::vector<POINT> clicks;  // left-button presses on the game window, client coordinates
 };
 
 extern Standin standin;

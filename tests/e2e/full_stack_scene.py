@@ -1,0 +1,182 @@
+"""One full-stack scene: the real program under Wine over the stand-in game,
+showing a real page (by default the real default page and gra-overlay.js)
+in Chromium through the Chromium-backed runtime and its bridge, with a UDP
+socket that plays the game's end of the link.
+
+Two things Wine does differently from Windows shape these tests, and each
+test that meets them says so:
+- Wine does not draw a window that is the child of another process's window,
+  so pixels are checked in owned mode; child mode is used where the keyboard
+  must reach the page (in owned mode the program never moves the keyboard).
+- In owned mode Wine keeps the game from painting under the host window's
+  whole rectangle, whatever the host's region: outside the region the screen
+  shows what the game last drew there, or black, not the live game.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+
+from chromium_bridge import Bridge
+from harness import BUILD_DIR, GameLink, Overlay, free_udp_port, scratch_dir, unique, wait_until
+from standin_game import StandinGame
+
+WEB_DIR = os.path.join(BUILD_DIR, "bin", "web")
+SOURCE_WEB_DIR = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", "..", "web"))
+PAGES_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "pages")
+
+
+def page_folder(name, fixture):
+    """A page folder made of a fixture page of tests/e2e/pages and the real gra-overlay.js."""
+    folder = scratch_dir(name + "-web")
+    shutil.copy(os.path.join(SOURCE_WEB_DIR, "gra-overlay.js"), folder)
+    shutil.copy(os.path.join(PAGES_DIR, fixture), os.path.join(folder, "index.html"))
+    return folder
+
+
+class FullStackScene:
+    def __init__(self, name, mode="owned", scale=None, web=None, game_size=(800, 500), env=None):
+        self.name = name
+        self.title = unique(name)
+        self.game_class = "FS_" + re.sub(r"[^A-Za-z0-9]", "_", self.title)
+        self.game_size = game_size
+        self.bridge = Bridge(name)
+        self.scale = scale
+        self.mode = mode
+        self.web = web
+        self.env = env or {}
+        self.game = None
+        self.overlay = None
+        self.link = None
+
+    # -- life cycle -------------------------------------------------------------
+
+    def start(self):
+        try:
+            self.bridge.start()
+            width, height = self.game_size
+            self.game = StandinGame().start(BUILD_DIR, self.title, self.game_class, free_udp_port())
+            self.game.set_client(width, height)
+            self.game.front()
+            env = dict(self.bridge.program_env(self.scale), **self.env)
+            extra = ["--web", _wine(self.web)] if self.web else []
+            self.overlay = Overlay(self.name, mode=self.mode, game=self.title, game_class=self.game_class,
+                                   runtime="chromium", env=env, extra_args=extra)
+            self.overlay.start()
+            self.link = GameLink(self.overlay.port)
+            self.link.send("GRAO state")  # gives the program an address for its reports
+            self.link.receive(15)
+            return self
+        except BaseException:
+            self.stop()
+            raise
+
+    def stop(self):
+        if self.link is not None:
+            self.link.close()
+        if self.overlay is not None:
+            self.overlay.stop()
+        if self.game is not None:
+            self.game.stop()
+        self.bridge.stop()
+
+    def __enter__(self):
+        return self.start()
+
+    def __exit__(self, *exc):
+        self.stop()
+
+    # -- the page -------------------------------------------------------------------
+
+    def wait_ready(self, timeout=40):
+        """Waits for the page's "ready" in the log; fails with what the bridge saw if it never comes."""
+        if not self.overlay.wait_for_log(r"^page ready$", timeout):
+            raise AssertionError("the page never said ready; log %r, bridge %r, page errors %r"
+                                 % (self.overlay.messages(), self.bridge.output(), self.bridge.page_errors()))
+        self.bridge.wait_page()
+
+    def eval(self, expression):
+        return self.bridge.eval(expression)
+
+    def wait_eval(self, expression, timeout=20):
+        return self.bridge.wait_eval(expression, timeout)
+
+    def hit_boxes(self):
+        """The page's data-hit boxes as the page lays them out, in CSS pixels [x, y, w, h]."""
+        return self.eval("""[...document.querySelectorAll('[data-hit]')]
+            .filter((e) => !e.hidden && e.getClientRects().length)
+            .map((e) => e.getBoundingClientRect())
+            .filter((r) => r.width > 0 && r.height > 0)
+            .map((r) => [r.left, r.top, r.width, r.height])""")
+
+    # -- the game and the host ---------------------------------------------------------
+
+    def game_says(self, text):
+        self.link.send("GRAO " + text)
+
+    def reports(self, quiet=1.0):
+        return [d.decode("utf-8", "replace") for d in self.link.receive_all(quiet)]
+
+    def host_hwnd(self):
+        """The host window: the game's owned window (owned mode) or its child (child mode)."""
+        def find():
+            windows = self.game.owned() if self.mode == "owned" else self.game.children()
+            if isinstance(windows, dict):
+                windows = windows.get("windows", [])
+            hosts = [w for w in windows if w.get("class") == "GRAOverlayHost"]
+            return hosts[0]["hwnd"] if hosts else None
+        hwnd = wait_until(find, 20)
+        if not hwnd:
+            raise AssertionError("no host window found beside the game")
+        return hwnd
+
+    def host_info(self):
+        return self.game.window(self.host_hwnd())
+
+    def host_region(self):
+        """The host window's region as rectangles [left, top, right, bottom] in window coordinates."""
+        return self.host_info().get("region")
+
+    def client_origin(self):
+        """The game's client area's top-left corner on the screen."""
+        return self.game.info()["clientOrigin"]
+
+    # -- the screen ----------------------------------------------------------------------
+
+    def screenshot(self, label):
+        """Saves the whole X display as build/screenshots/full-stack/<name>-<label>.png; returns the path."""
+        folder = os.path.join(BUILD_DIR, "screenshots", "full-stack")
+        os.makedirs(folder, exist_ok=True)
+        path = os.path.join(folder, "%s-%s.png" % (self.name, label))
+        subprocess.run("xwd -root -silent | convert xwd:- png:%s" % path, shell=True, check=True)
+        return path
+
+    def pixels(self, path, points):
+        """The colours (r, g, b) at screen points of a screenshot."""
+        fx = " ".join("%%[pixel:p{%d,%d}]" % (x, y) for x, y in points)
+        out = subprocess.run(["convert", path, "-format", fx, "info:"], capture_output=True, text=True,
+                             check=True).stdout
+        colours = []
+        for match in re.finditer(r"(?:srgba?|rgba?)\(([^)]*)\)|gray\((\d+)\)|(white|black)", out):
+            if match.group(1):
+                parts = [float(p.strip().rstrip("%")) for p in match.group(1).split(",")[:3]]
+                colours.append(tuple(int(round(p)) for p in parts))
+            elif match.group(2):
+                value = int(match.group(2))
+                colours.append((value, value, value))
+            else:
+                value = 255 if match.group(3) == "white" else 0
+                colours.append((value, value, value))
+        return colours
+
+    def click(self, x, y, button=1):
+        # Wine takes a press where it last saw the pointer: the move must arrive first.
+        subprocess.run(["xdotool", "mousemove", str(x), str(y), "sleep", "0.3", "click", str(button)], check=True)
+
+    def type_text(self, text):
+        subprocess.run(["xdotool", "type", "--delay", "30", text], check=True)
+
+
+def _wine(path):
+    return "Z:" + os.path.abspath(path).replace("/", "\\")

@@ -122,11 +122,22 @@ export class Page {
   // document's visibilityState becomes "hidden" and no frames are made.
   async setVisible(visible) {
     this.#visible = visible;
+    // Focus emulation keeps a page "visible" even behind another tab.
+    await this.#send('Emulation.setFocusEmulationEnabled', { enabled: visible });
     if (visible) {
       await this.#send('Page.bringToFront');
       this.#requestCapture();
       return;
     }
+    await this.#hideBehindBlank();
+  }
+
+  // A navigation brings its tab back in front; a hidden web view stays hidden.
+  async #keepHidden() {
+    if (!this.#visible) await this.#hideBehindBlank();
+  }
+
+  async #hideBehindBlank() {
     if (!this.#blankSession) {
       const { targetId } = await this.#browser.send('Target.createTarget', { url: 'about:blank' });
       ({ sessionId: this.#blankSession } = await this.#browser.send('Target.attachToTarget', { targetId, flatten: true }));
@@ -151,9 +162,13 @@ export class Page {
     this.#source = uri;
     const result = await this.#send('Page.navigate', { url: uri });
     if (result.errorText) this.#report(`navigation to ${uri} failed: ${result.errorText}`);
+    await this.#keepHidden();
   }
 
-  async reload() { await this.#send('Page.reload', {}); }
+  async reload() {
+    await this.#send('Page.reload', {});
+    await this.#keepHidden();
+  }
 
   async postToPage(json) {
     try {
@@ -230,6 +245,7 @@ export class Page {
     } else if (method === 'Page.frameNavigated' && !params.frame.parentId) {
       this.#source = params.frame.url;
       this.#journal({ event: 'navigated', uri: params.frame.url });
+      this.#keepHidden().catch(() => {});
     } else if (method === 'Page.javascriptDialogOpening') {
       this.#journal({ event: 'dialog', kind: params.type, message: params.message });
       this.#send('Page.handleJavaScriptDialog', { accept: this.#settings.AreDefaultScriptDialogsEnabled !== false }).catch(() => {});

@@ -236,5 +236,60 @@ class ButtonsPage(FullStackCase):
             self.assertEqual(scene.eval("window.clicks"), 0)
 
 
+class RuntimeBehaviour(FullStackCase):
+    def test_full_stack_visibility_background_and_the_served_folder(self):
+        with FullStackScene("fs-webview") as scene:
+            scene.wait_ready()
+            # Hidden mode with the cover down: the program hides the web view.
+            self.assertTrue(scene.wait_eval("document.visibilityState === 'hidden'"), scene.eval("document.visibilityState"))
+            scene.game_says("show")
+            self.assertTrue(scene.wait_eval("document.visibilityState === 'visible'"))
+            self.assertTrue(scene.overlay.wait_for_log(r"^cover off \(the page has drawn\)$", 10), scene.overlay.messages())
+            self.assertTrue(wait_until(lambda: scene.bridge.calls("background")[-1]["a"] == 0, 5))
+            self.assertEqual(scene.bridge.calls("background")[-1], dict(scene.bridge.calls("background")[-1], a=0, r=0, g=0, b=0))
+            self.assertEqual(scene.eval("getComputedStyle(document.documentElement).backgroundColor"), "rgba(0, 0, 0, 0)")
+            status = scene.eval("""Promise.all(['/page.css', '/../../../etc/passwd', '/%2e%2e/%2e%2e/etc/passwd', '/nope.txt']
+                .map((p) => fetch('https://gra-overlay.invalid' + p).then((r) => r.status, () => 'failed')))""")
+            self.assertEqual(status, [200, 404, 404, 404])
+            served = [e for e in scene.bridge.journal() if e.get("event") == "serve" and e["status"] == 200]
+            self.assertTrue(all(e["file"].startswith(scene.bridge.state()["mappings"]["gra-overlay.invalid"]) for e in served))
+
+    def test_full_stack_no_bridge_fails_the_environment_as_a_missing_runtime(self):
+        with FullStackScene("fs-nobridge") as scene:
+            pass
+        # The bridge of the scene has stopped; a program pointed at its port finds nobody there.
+        scene = FullStackScene("fs-nobridge2")
+        scene.bridge.port = scene.bridge.start().port
+        port = scene.bridge.port
+        scene.bridge.stop()
+        from harness import Overlay
+        overlay = Overlay("fs-nobridge-program", runtime="chromium", env={
+            "WEBVIEW2_BROWSER_EXECUTABLE_FOLDER": scene.bridge.program_env()["WEBVIEW2_BROWSER_EXECUTABLE_FOLDER"],
+            "GRA_CHROMIUM_BRIDGE_PORT": str(port)})
+        with overlay:
+            self.assertTrue(overlay.wait_for_log(r"^WebView2 environment failed: 0x8007274d \(is the runtime installed\?\)$", 20),
+                            overlay.messages())
+
+    def test_full_stack_a_browser_that_cannot_start_fails_the_environment(self):
+        scene = FullStackScene("fs-nobrowser")
+        scene.bridge.chromium = "/nonexistent/chromium"
+        with scene:
+            self.assertTrue(scene.overlay.wait_for_log(
+                r"^WebView2 environment failed: 0x80070002 \(is the runtime installed\?\)$", 20), scene.overlay.messages())
+            self.assertTrue(any(l.startswith("browser could not start") for l in scene.bridge.output()))
+
+    def test_full_stack_a_browser_that_dies_later_leaves_the_program_running(self):
+        with FullStackScene("fs-dies") as scene:
+            scene.wait_ready()
+            os.kill(scene.bridge.journal()[[e.get("event") for e in scene.bridge.journal()].index("browser-started")]["pid"], 9)
+            self.assertTrue(wait_until(lambda: any(l.startswith("browser ended") for l in scene.bridge.output()), 10),
+                            scene.bridge.output())
+            time.sleep(1)
+            scene.link.receive_all(0.3)
+            scene.game_says("state")
+            self.assertEqual(scene.link.receive(5), b"GRAO state hidden")
+            self.assertTrue(scene.overlay.running())
+
+
 if __name__ == "__main__":
     unittest.main()

@@ -10,8 +10,8 @@
         SHA256SUMS              the sums of every other file (sha256sum -c)
 
 The version comes from the VERSION file. Entries are sorted and dated with
-the last commit's time (or SOURCE_DATE_EPOCH), so that the same sources
-make the same zip. Prints the zip's path.
+the last commit's time (or SOURCE_DATE_EPOCH), so that packing the same
+build again makes the same zip. Prints the zip's path.
 
     python3 scripts/package.py --build BUILD_DIR [--out FOLDER]
 """

@@ -74,7 +74,7 @@ class Package(unittest.TestCase):
         with open(os.path.join(folder, "LICENSE"), encoding="utf-8") as f:
             self.assertEqual(f.readline().strip(), "MIT License")
 
-    def test_the_same_sources_make_the_same_zip(self):
+    def test_packing_the_same_build_again_makes_the_same_zip(self):
         again = os.path.join(self.dir, "again")
         out = subprocess.run([sys.executable, PACKAGE, "--build", BUILD_DIR, "--out", again],
                              capture_output=True, text=True, timeout=120, check=True)

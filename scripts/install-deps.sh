@@ -5,7 +5,8 @@ set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 
 packages=(mingw-w64 wine wine64 xvfb xauth cmake ninja-build googletest g++
-          python3 python3-pytest x11-apps imagemagick clang chromium xdotool)
+          python3 python3-pytest x11-apps imagemagick clang chromium xdotool
+          mono-mcs)
 missing=()
 # node and npm may come from elsewhere on the machine image; Debian's are the fallback
 command -v node >/dev/null 2>&1 || packages+=(nodejs)

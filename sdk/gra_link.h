@@ -32,8 +32,11 @@
  * gra_link_error_text() names it. A datagram that the program would drop or
  * misread is refused before it is sent: an argument holding a zero byte (the
  * program reads only up to it), a datagram longer than GRA_LINK_MAX_DATAGRAM,
- * a command word the program does not know, and a "note" or "page" argument
- * that is not valid JSON (the program inserts it without looking at it).
+ * a command word the program does not know, a "note" or "page" argument
+ * that is not exactly one JSON value (the program inserts it without looking
+ * at it, so that `0,"type":"close"` would make a message of another type),
+ * and a "window" argument other than "borderless" or "framed" (the program
+ * reads every other word, "Borderless" included, as framed).
  *
  * One link is used by one thread at a time. The socket never blocks: sends
  * either go out at once or fail, and polling returns at once.
@@ -65,8 +68,9 @@ extern "C" {
  * magic and command word included. */
 #define GRA_LINK_MAX_DATAGRAM 65507
 /* The longest report text (after the magic) that gra_link_poll accepts. The
- * program's own reports are far shorter: a "game" report is at most 249
- * bytes long. */
+ * program's own reports are far shorter: the text of a "game" report is at
+ * most 244 bytes ("game ", a command word of up to 39 bytes, a space and an
+ * argument of up to 199 bytes), 249 bytes with the magic. */
 #define GRA_LINK_REPORT_MAX 500
 
 enum gra_link_result {
@@ -79,7 +83,9 @@ enum gra_link_result {
     GRA_LINK_E_SOCKET = -6,    /* the socket could not be created or bound */
     GRA_LINK_E_SEND = -7,      /* the system refused or shortened the send */
     GRA_LINK_E_RECEIVE = -8,   /* the system reported a receive error */
-    GRA_LINK_E_MEMORY = -9     /* no memory for a large datagram */
+    GRA_LINK_E_MEMORY = -9,    /* no memory for a large datagram */
+    GRA_LINK_E_WINDOW = -10,   /* "window" argument is not "borderless" or "framed" */
+    GRA_LINK_E_LAUNCH = -11    /* the program could not be started */
 };
 
 /* The program's interaction modes, numbered as the program numbers them. */
@@ -147,7 +153,8 @@ int gra_link_page_n(gra_link *link, const char *json, size_t len);
 int gra_link_reload(gra_link *link);
 /* Asks for a "state" report; read it with gra_link_poll. */
 int gra_link_state(gra_link *link);
-/* Nonzero: make the game window borderless; zero: give its frame back. */
+/* Nonzero: make the game window borderless; zero: give its frame back.
+ * Through gra_link_send the argument must be "borderless" or "framed". */
 int gra_link_window(gra_link *link, int borderless);
 /* Ends the program. */
 int gra_link_bye(gra_link *link);
@@ -180,6 +187,74 @@ int gra_link_json_valid(const char *text, size_t len);
 const char *gra_link_error_text(int code);
 /* "hidden", "passive", "active", or "?" for anything else. */
 const char *gra_link_mode_name(int mode);
+
+/* Sends "state" every quarter of a second until the program answers with a
+ * state report, or timeout_ms have passed (negative: for ever). 1 when it
+ * answered (*mode, when mode is not NULL, gets its mode), 0 on timeout, or
+ * GRA_LINK_E_INVALID for a link that is not open. Other reports that arrive
+ * meanwhile are read and dropped. The answer comes back to this link only
+ * when it is the program's reply target (see above). */
+int gra_link_wait_ready(gra_link *link, int timeout_ms, int *mode);
+
+/* ---- starting the program ----
+ *
+ *       gra_link_launch_options o = {0};
+ *       gra_link_process p;
+ *       o.program = "overlay\\gra-overlay.exe";
+ *       o.game = "My \"Best\" Game";
+ *       o.game_class = "MyGameWindow";
+ *       if (gra_link_launch(&o, &p) == GRA_LINK_OK &&
+ *           gra_link_open(&link, o.port) == GRA_LINK_OK &&
+ *           gra_link_wait_ready(&link, 10000, NULL) == 1) ...   (it listens)
+ *       ...
+ *       CloseHandle((HANDLE)p.handle);
+ *
+ * Every text is UTF-8. Each option left NULL (or 0) is left out, so that the
+ * program takes its default. The values reach the program exactly as given,
+ * whatever spaces, quotation marks and backslashes they hold: the command
+ * line is built for the Windows rules of CommandLineToArgvW, which the
+ * program uses to split it. */
+typedef struct gra_link_launch_options {
+    const char *program;    /* path of gra-overlay.exe; must not hold a '"' */
+    const char *web;        /* --web FOLDER: the page's folder */
+    const char *doc;        /* --doc FOLDER: the page's files and gra_keys.txt */
+    unsigned short port;    /* --port N: where the program listens (0: 47632) */
+    const char *game;       /* --game TITLE: the game window's exact title */
+    const char *game_class; /* --game-class CLASS: its exact window class */
+    const char *mode;       /* --mode child|owned */
+    const char *log;        /* --log FILE */
+    const char *data;       /* --data FOLDER: the browser's user data */
+    int show;               /* nonzero: --show, the overlay shown at start */
+} gra_link_launch_options;
+
+typedef struct gra_link_process {
+    void *handle;        /* the process HANDLE: wait on it, end it, and give
+                            it back with CloseHandle when done */
+    unsigned long id;    /* the process id */
+    unsigned long error; /* GRA_LINK_E_LAUNCH: the system's error number */
+} gra_link_process;
+
+/* Writes arg quoted for CommandLineToArgvW into out (snprintf-like, as
+ * gra_link_json_string) and returns the length it needs: as it stands when
+ * it is not empty and holds no space, tab, line feed, vertical tab or
+ * quotation mark; otherwise in quotation marks, with each quotation mark
+ * escaped by a backslash and the backslashes before a quotation mark (or
+ * before the closing one) doubled. */
+size_t gra_link_quote_argument(const char *arg, char *out, size_t out_size);
+/* Writes the whole command line for options (the program first, then one
+ * option and value after another), snprintf-like, and returns the length it
+ * needs; 0 when options has no program, an empty one, or one holding a
+ * quotation mark. */
+size_t gra_link_command_line(const gra_link_launch_options *options, char *out,
+                             size_t out_size);
+#if defined(_WIN32)
+/* Starts the program with options (Windows only): GRA_LINK_OK with
+ * *process filled, GRA_LINK_E_INVALID for unusable options or text that is
+ * not UTF-8, GRA_LINK_E_TOO_LONG for a command line longer than Windows
+ * takes (32,767 characters), GRA_LINK_E_MEMORY, or GRA_LINK_E_LAUNCH with
+ * the system's error number in process->error. */
+int gra_link_launch(const gra_link_launch_options *options, gra_link_process *process);
+#endif
 
 #ifdef __cplusplus
 }
@@ -567,6 +642,10 @@ static int grl_known_command(const char *cmd) {
     return 0;
 }
 
+static int grl_is_word(const char *arg, size_t len, const char *word) {
+    return len == strlen(word) && memcmp(arg, word, len) == 0;
+}
+
 /* Everything the program would drop or misread is refused here. */
 static int grl_check(const gra_link *link, const char *cmd, const char *arg,
                            size_t len) {
@@ -579,6 +658,9 @@ static int grl_check(const gra_link *link, const char *cmd, const char *arg,
     if ((strcmp(cmd, "note") == 0 || strcmp(cmd, "page") == 0) &&
         !gra_link_json_valid(arg, len))
         return GRA_LINK_E_JSON;
+    if (strcmp(cmd, "window") == 0 && !grl_is_word(arg, len, "borderless") &&
+        !grl_is_word(arg, len, "framed"))
+        return GRA_LINK_E_WINDOW;
     return GRA_LINK_OK;
 }
 
@@ -776,6 +858,192 @@ int gra_link_next_report(gra_link *link, gra_link_report *report, int timeout_ms
     }
 }
 
+int gra_link_wait_ready(gra_link *link, int timeout_ms, int *mode) {
+    unsigned long start = grl_now_ms();
+    gra_link_report report;
+    if (!link || !link->is_open) return GRA_LINK_E_INVALID;
+    for (;;) {
+        int slice = 250;
+        if (timeout_ms >= 0) {
+            unsigned long spent = grl_now_ms() - start;
+            if (spent >= (unsigned long)timeout_ms) return 0;
+            if ((unsigned long)timeout_ms - spent < (unsigned long)slice)
+                slice = (int)((unsigned long)timeout_ms - spent);
+        }
+        /* A failed send or receive is taken as "not yet": the program may
+         * still be starting, and the next round asks again. */
+        (void)gra_link_state(link);
+        while (gra_link_next_report(link, &report, slice) == 1) {
+            if (report.kind == GRA_LINK_REPORT_STATE) {
+                if (mode) *mode = report.mode;
+                return 1;
+            }
+        }
+    }
+}
+
+/* ---- starting the program ---- */
+
+/* Appends to a text that is being measured and, while there is room,
+ * written (the shape of snprintf). */
+typedef struct grl_text {
+    char *out;
+    size_t size, need;
+} grl_text;
+
+static void grl_put(grl_text *t, char c) {
+    if (t->out && t->need + 1 < t->size) t->out[t->need] = c;
+    t->need++;
+}
+
+static void grl_put_many(grl_text *t, char c, size_t count) {
+    while (count--) grl_put(t, c);
+}
+
+static void grl_end(grl_text *t) {
+    if (t->out && t->size > 0) t->out[t->need < t->size ? t->need : t->size - 1] = '\0';
+}
+
+static void grl_put_quoted(grl_text *t, const char *arg) {
+    size_t backslashes = 0;
+    const char *p;
+    if (*arg && !strpbrk(arg, " \t\n\v\"")) {
+        for (p = arg; *p; p++) grl_put(t, *p);
+        return;
+    }
+    grl_put(t, '"');
+    for (p = arg; *p; p++) {
+        if (*p == '\\') {
+            backslashes++;
+            continue;
+        }
+        /* Backslashes count only before a quotation mark: there each one
+         * is doubled, and one more escapes the mark itself. */
+        grl_put_many(t, '\\', *p == '"' ? 2 * backslashes + 1 : backslashes);
+        grl_put(t, *p);
+        backslashes = 0;
+    }
+    grl_put_many(t, '\\', 2 * backslashes); /* they come before the closing mark */
+    grl_put(t, '"');
+}
+
+size_t gra_link_quote_argument(const char *arg, char *out, size_t out_size) {
+    grl_text t;
+    t.out = out;
+    t.size = out_size;
+    t.need = 0;
+    grl_put_quoted(&t, arg ? arg : "");
+    grl_end(&t);
+    return t.need;
+}
+
+static void grl_put_option(grl_text *t, const char *name, const char *value) {
+    const char *p;
+    if (!value) return;
+    grl_put(t, ' ');
+    for (p = name; *p; p++) grl_put(t, *p);
+    grl_put(t, ' ');
+    grl_put_quoted(t, value);
+}
+
+size_t gra_link_command_line(const gra_link_launch_options *o, char *out, size_t out_size) {
+    grl_text t;
+    char port[8] = "";
+    const char *p;
+    if (out && out_size > 0) out[0] = '\0';
+    if (!o || !o->program || !*o->program || strchr(o->program, '"')) return 0;
+    t.out = out;
+    t.size = out_size;
+    t.need = 0;
+    /* The program's own name is split by another rule: everything up to the
+     * next quotation mark, backslashes included, so it is quoted as it is. */
+    grl_put(&t, '"');
+    for (p = o->program; *p; p++) grl_put(&t, *p);
+    grl_put(&t, '"');
+    if (o->port) {
+        unsigned v = o->port, n = 0;
+        char digits[8];
+        do {
+            digits[n++] = (char)('0' + v % 10);
+            v /= 10;
+        } while (v);
+        for (v = 0; v < n; v++) port[v] = digits[n - 1 - v];
+        port[n] = '\0';
+    }
+    grl_put_option(&t, "--web", o->web);
+    grl_put_option(&t, "--doc", o->doc);
+    grl_put_option(&t, "--port", o->port ? port : NULL);
+    grl_put_option(&t, "--game", o->game);
+    grl_put_option(&t, "--game-class", o->game_class);
+    grl_put_option(&t, "--mode", o->mode);
+    grl_put_option(&t, "--log", o->log);
+    grl_put_option(&t, "--data", o->data);
+    if (o->show) {
+        for (p = " --show"; *p; p++) grl_put(&t, *p);
+    }
+    grl_end(&t);
+    return t.need;
+}
+
+#if defined(_WIN32)
+/* UTF-8 to a new UTF-16 text (free it), or NULL when it is not UTF-8, too
+ * long for Windows' 32-bit lengths, or there is no memory. */
+static wchar_t *grl_widen(const char *utf8, size_t len, int *chars) {
+    wchar_t *wide;
+    int n;
+    if (len > 0x7fffffff) return NULL;
+    n = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8, (int)len, NULL, 0);
+    if (n <= 0 && len > 0) return NULL;
+    if (!(wide = (wchar_t *)malloc(((size_t)n + 1) * sizeof *wide))) return NULL;
+    if (n > 0 && MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8, (int)len, wide, n) != n) {
+        free(wide);
+        return NULL;
+    }
+    wide[n] = L'\0';
+    *chars = n;
+    return wide;
+}
+
+static int grl_create_process(wchar_t *program, wchar_t *line, gra_link_process *process) {
+    STARTUPINFOW startup;
+    PROCESS_INFORMATION info;
+    memset(&startup, 0, sizeof startup);
+    startup.cb = sizeof startup;
+    if (!CreateProcessW(program, line, NULL, NULL, FALSE, 0, NULL, NULL, &startup, &info)) {
+        process->error = GetLastError();
+        return GRA_LINK_E_LAUNCH;
+    }
+    CloseHandle(info.hThread);
+    process->handle = info.hProcess;
+    process->id = info.dwProcessId;
+    return GRA_LINK_OK;
+}
+
+int gra_link_launch(const gra_link_launch_options *options, gra_link_process *process) {
+    size_t need = gra_link_command_line(options, NULL, 0);
+    char *line = NULL;
+    wchar_t *wide_line = NULL, *wide_program = NULL;
+    int line_chars = 0, program_chars = 0, r;
+    if (!process) return GRA_LINK_E_INVALID;
+    memset(process, 0, sizeof *process);
+    if (need == 0) return GRA_LINK_E_INVALID;
+    if (!(line = (char *)malloc(need + 1))) return GRA_LINK_E_MEMORY;
+    gra_link_command_line(options, line, need + 1);
+    wide_line = grl_widen(line, need, &line_chars);
+    wide_program = grl_widen(options->program, strlen(options->program), &program_chars);
+    if (!wide_line || !wide_program)
+        r = GRA_LINK_E_INVALID;
+    else if (line_chars > 32767 - 1) /* the limit counts the terminating zero */
+        r = GRA_LINK_E_TOO_LONG;
+    else
+        r = grl_create_process(wide_program, wide_line, process);
+    free(wide_program);
+    free(wide_line);
+    free(line);
+    return r;
+}
+#endif
+
 /* ---- names ---- */
 
 const char *gra_link_error_text(int code) {
@@ -790,6 +1058,8 @@ const char *gra_link_error_text(int code) {
     case GRA_LINK_E_SEND: return "the datagram could not be sent";
     case GRA_LINK_E_RECEIVE: return "receiving failed";
     case GRA_LINK_E_MEMORY: return "out of memory";
+    case GRA_LINK_E_WINDOW: return "the window argument must be \"borderless\" or \"framed\"";
+    case GRA_LINK_E_LAUNCH: return "the program could not be started";
     default: return "unknown error";
     }
 }

@@ -1,0 +1,110 @@
+#!/usr/bin/env python3
+"""Lays out a built gra-overlay as a game ships it and zips it:
+
+    gra-overlay-<version>-win64.zip
+        gra-overlay.exe         the program
+        web/                    the default page, gra-overlay.js, gra-overlay.d.ts
+        sdk/                    gra_link.h, gra-send.exe, GraLink.cs
+        docs/                   the game's and the page's side
+        README.md, LICENSE
+        SHA256SUMS              the sums of every other file (sha256sum -c)
+
+The version comes from the VERSION file. Entries are sorted and dated with
+the last commit's time (or SOURCE_DATE_EPOCH), so that packing the same
+build again makes the same zip. Prints the zip's path.
+
+    python3 scripts/package.py --build BUILD_DIR [--out FOLDER]
+"""
+
+import argparse
+import hashlib
+import os
+import subprocess
+import sys
+import time
+import zipfile
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+
+def version():
+    with open(os.path.join(ROOT, "VERSION"), encoding="ascii") as f:
+        return f.readline().strip()
+
+
+def tree(folder):
+    """(name in the zip, path) for every file under a folder of the sources."""
+    found = []
+    for here, dirs, names in os.walk(os.path.join(ROOT, folder)):
+        dirs[:] = [d for d in dirs if not d.startswith(".")]
+        for name in names:
+            if not name.startswith("."):
+                path = os.path.join(here, name)
+                found.append((os.path.relpath(path, ROOT).replace(os.sep, "/"), path))
+    return found
+
+
+def layout(build):
+    """(name in the zip, path on disk) for every file of the package."""
+    files = [("gra-overlay.exe", os.path.join(build, "bin", "gra-overlay.exe"))]
+    files += tree("web")
+    files += [("sdk/gra_link.h", os.path.join(ROOT, "sdk", "gra_link.h")),
+              ("sdk/gra-send.exe", os.path.join(build, "bin", "gra-send.exe")),
+              ("sdk/GraLink.cs", os.path.join(ROOT, "sdk", "GraLink.cs"))]
+    docs = os.path.join(ROOT, "docs")
+    files += [("docs/" + name, os.path.join(docs, name)) for name in sorted(os.listdir(docs))
+              if name.endswith(".md")]
+    files += [("README.md", os.path.join(ROOT, "README.md")),
+              ("LICENSE", os.path.join(ROOT, "LICENSE"))]
+    missing = [path for _, path in files if not os.path.isfile(path)]
+    if missing:
+        sys.exit("package: missing %s (build first: bash scripts/build.sh)" % ", ".join(missing))
+    return files
+
+
+def source_date():
+    if os.environ.get("SOURCE_DATE_EPOCH"):
+        return int(os.environ["SOURCE_DATE_EPOCH"])
+    try:
+        out = subprocess.run(["git", "-C", ROOT, "log", "-1", "--format=%ct"], capture_output=True,
+                             text=True, check=True).stdout.strip()
+        return int(out)
+    except (OSError, subprocess.CalledProcessError, ValueError):
+        return int(time.time())
+
+
+def add(archive, name, data, stamp, executable=False):
+    info = zipfile.ZipInfo(name, date_time=time.gmtime(max(stamp, 315532800))[:6])
+    info.compress_type = zipfile.ZIP_DEFLATED
+    info.external_attr = (0o755 if executable else 0o644) << 16
+    archive.writestr(info, data)
+
+
+def make(build, out):
+    name = "gra-overlay-%s-win64.zip" % version()
+    os.makedirs(out, exist_ok=True)
+    target = os.path.join(out, name)
+    stamp = source_date()
+    sums = []
+    partial = target + ".part"
+    with zipfile.ZipFile(partial, "w") as archive:
+        for entry, path in sorted(layout(build)):
+            with open(path, "rb") as f:
+                data = f.read()
+            add(archive, entry, data, stamp, executable=entry.endswith(".exe"))
+            sums.append("%s  %s\n" % (hashlib.sha256(data).hexdigest(), entry))
+        add(archive, "SHA256SUMS", "".join(sums).encode("ascii"), stamp)
+    os.replace(partial, target)
+    return target
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("--build", default=os.path.join(ROOT, "build"), help="the Windows build folder")
+    parser.add_argument("--out", default=os.path.join(ROOT, "dist"), help="where the zip goes")
+    args = parser.parse_args()
+    print(make(os.path.abspath(args.build), os.path.abspath(args.out)))
+
+
+if __name__ == "__main__":
+    main()

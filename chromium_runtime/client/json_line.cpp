@@ -173,13 +173,15 @@ std::map<std::string, std::string> readJsonLine(const std::string& line) {
                 return {};
             }
         } else {
+            // A number, true, false or null: one token up to a separator.
             const size_t start = at;
-            while (at < line.size() && line[at] != ',' && line[at] != '}') {
+            while (at < line.size() &&
+                   std::string(",} \t\r\n").find(line[at]) == std::string::npos) {
                 ++at;
             }
             value = line.substr(start, at - start);
-            while (!value.empty() && (value.back() == ' ' || value.back() == '\t')) {
-                value.pop_back();
+            if (value.empty()) {
+                return {};
             }
         }
         fields[name] = value;

@@ -10,7 +10,7 @@ import time
 import unittest
 
 from full_stack_scene import FullStackScene, page_folder
-from harness import wait_until
+from harness import scratch_dir, wait_until
 
 COVER_BLUE = (11, 11, 24)
 PAD = 'say "hi" \\ caf\u00e9 \u65e5\u672c'
@@ -253,6 +253,23 @@ class RuntimeBehaviour(FullStackCase):
             self.assertEqual(status, [200, 404, 404, 404])
             served = [e for e in scene.bridge.journal() if e.get("event") == "serve" and e["status"] == 200]
             self.assertTrue(all(e["file"].startswith(scene.bridge.state()["mappings"]["gra-overlay.invalid"]) for e in served))
+
+    def test_full_stack_a_page_that_throws_is_reported_with_its_error(self):
+        with FullStackScene("fs-throws", web=page_folder("fs-throws", "throws.html")) as scene:
+            with self.assertRaises(AssertionError) as failure:
+                scene.wait_ready(timeout=8)
+            self.assertIn("broken page on purpose", str(failure.exception))
+            self.assertTrue(any("broken page on purpose" in e for e in scene.bridge.page_errors()))
+            self.assertNotIn("page ready", scene.overlay.messages())
+
+    def test_full_stack_a_page_that_never_loads_is_reported(self):
+        empty = scratch_dir("fs-noindex-web")
+        with FullStackScene("fs-noindex", web=empty) as scene:
+            with self.assertRaises(AssertionError):
+                scene.wait_ready(timeout=8)
+            served = [e for e in scene.bridge.journal() if e.get("event") == "serve"]
+            self.assertEqual([(e["url"], e["status"]) for e in served][:1],
+                             [("https://gra-overlay.invalid/index.html", 404)])
 
     def test_full_stack_no_bridge_fails_the_environment_as_a_missing_runtime(self):
         with FullStackScene("fs-nobridge") as scene:

@@ -59,7 +59,8 @@ export class Page {
   #next = null;          // newest frame that waits for the runtime
   #capturing = false;
   #captureAgain = false;
-  #frameWaiters = new Set();
+  #frameWaiters = new Set();  // the benchmark's watchers of new frames and of painted ones
+  #paintWaiters = new Set();
   stats = { framesSent: 0, framesPainted: 0, bytesSent: 0, pageErrors: [], messagesFromPage: 0, messagesToPage: 0 };
 
   constructor({ browser, journal, toRuntime, say }) {
@@ -183,8 +184,9 @@ export class Page {
     if (result?.value !== true) this.#journal({ event: 'post-undelivered', json });
   }
 
+  // Focus never shows a hidden web view: the tab comes in front only when visible.
   async focus() {
-    await this.#send('Page.bringToFront');
+    if (this.#visible) await this.#send('Page.bringToFront');
     await this.#send('Runtime.evaluate', { expression: 'window.focus()' });
   }
 
@@ -384,8 +386,6 @@ export class Page {
     this.#sendNextFrame();
   }
 
-  #paintWaiters = new Set();
-
   /**
    * The benchmark's figure: for each of count changes, the time from the DOM
    * change in the page to the runtime's word that the window shows it.
@@ -413,7 +413,7 @@ export class Page {
   #awaitColourPainted(r, g, b, limitMs) {
     return new Promise((resolve) => {
       const cx = Math.floor(12 * this.#scale);
-      let framesWithColour = new WeakSet();
+      const framesWithColour = new WeakSet();
       const onFrame = (frame) => {
         const at = (cx * frame.width + cx) * 4;
         if (frame.pixels[at] === b && frame.pixels[at + 1] === g && frame.pixels[at + 2] === r) framesWithColour.add(frame);
@@ -425,7 +425,6 @@ export class Page {
         clearTimeout(timer);
         this.#frameWaiters.delete(onFrame);
         this.#paintWaiters.delete(onPaint);
-        framesWithColour = null;
         resolve(result);
       };
       const timer = setTimeout(() => finish(false), limitMs);

@@ -28,13 +28,6 @@ struct Link {
 
 Link link;
 
-HMODULE thisModule() {
-    HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<LPCWSTR>(&thisModule), &module);
-    return module;
-}
-
 void flushOutgoing() {
     while (!link.outgoing.empty() && link.socket != INVALID_SOCKET) {
         const int chunk = link.outgoing.size() > 65536 ? 65536 : static_cast<int>(link.outgoing.size());
@@ -133,10 +126,10 @@ HWND pumpWindow() {
         WNDCLASSEXW windowClass{};
         windowClass.cbSize = sizeof windowClass;
         windowClass.lpfnWndProc = pumpProcedure;
-        windowClass.hInstance = thisModule();
+        windowClass.hInstance = runtimeModule();
         windowClass.lpszClassName = kPumpClass;
         RegisterClassExW(&windowClass);
-        link.pump = CreateWindowExW(0, kPumpClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, thisModule(), nullptr);
+        link.pump = CreateWindowExW(0, kPumpClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, runtimeModule(), nullptr);
     }
     return link.pump;
 }
@@ -190,6 +183,13 @@ int connectBridge(const std::string& firstLine, BridgeListener listener) {
     return 0;
 }
 
+HMODULE runtimeModule() {
+    HMODULE module = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<LPCWSTR>(&runtimeModule), &module);
+    return module;
+}
+
 bool bridgeConnected() { return link.socket != INVALID_SOCKET; }
 
 void sendToBridge(const std::string& line) {
@@ -220,7 +220,7 @@ void closeBridge() {
     if (link.pump != nullptr && GetWindowThreadProcessId(link.pump, nullptr) == GetCurrentThreadId()) {
         DestroyWindow(link.pump);
         link.pump = nullptr;
-        UnregisterClassW(kPumpClass, thisModule());
+        UnregisterClassW(kPumpClass, runtimeModule());
     }
 }
 

@@ -31,6 +31,9 @@ void sendToBridge(const std::string& line);
 // Runs work later on the GUI thread, from the message loop.
 bool runLater(std::function<void()> work);
 
+// This library's module: the instance its window classes belong to.
+HMODULE runtimeModule();
+
 // Closes the socket and the window (when called on their thread).
 void closeBridge();
 

@@ -51,6 +51,16 @@ HRESULT handOut(const std::wstring& text, LPWSTR* value) {
     return S_OK;
 }
 
+// The common body of every getter: a null out-pointer is refused.
+template <typename Value>
+HRESULT giveBack(Value* out, const Value& value) {
+    if (out == nullptr) {
+        return E_POINTER;
+    }
+    *out = value;
+    return S_OK;
+}
+
 // The Linux path of a Windows path, as Wine maps it; the path itself when not under Wine.
 std::string linuxPath(const wchar_t* windowsPath) {
     using UnixNameFunction = char*(CDECL*)(const wchar_t*);
@@ -167,11 +177,7 @@ public:
     }
 
 #define GRA_SETTING(Name, field)                                              \
-    STDMETHODIMP get_##Name(BOOL* value) override {                          \
-        if (value == nullptr) return E_POINTER;                               \
-        *value = field;                                                       \
-        return S_OK;                                                          \
-    }                                                                         \
+    STDMETHODIMP get_##Name(BOOL* value) override { return giveBack(value, field); } \
     STDMETHODIMP put_##Name(BOOL value) override {                           \
         field = value;                                                        \
         sendToBridge(JsonLine().text("op", "setting").text("name", #Name).flag("value", value != FALSE).line()); \
@@ -288,11 +294,7 @@ public:
         }
         return S_OK;
     }
-    STDMETHODIMP get_BrowserProcessId(UINT32* value) override {
-        if (value == nullptr) return E_POINTER;
-        *value = session.browserPid;
-        return S_OK;
-    }
+    STDMETHODIMP get_BrowserProcessId(UINT32* value) override { return giveBack(value, session.browserPid); }
     STDMETHODIMP SetVirtualHostNameToFolderMapping(LPCWSTR hostName, LPCWSTR folderPath,
                                                    COREWEBVIEW2_HOST_RESOURCE_ACCESS_KIND accessKind) override {
         if (hostName == nullptr || folderPath == nullptr) return E_INVALIDARG;
@@ -420,22 +422,14 @@ public:
                                     &IID_ICoreWebView2Controller3});
     }
 
-    STDMETHODIMP get_IsVisible(BOOL* value) override {
-        if (value == nullptr) return E_POINTER;
-        *value = visible_;
-        return S_OK;
-    }
+    STDMETHODIMP get_IsVisible(BOOL* value) override { return giveBack(value, visible_); }
     STDMETHODIMP put_IsVisible(BOOL value) override {
         visible_ = value != FALSE;
         if (window_ != nullptr) ShowWindow(window_, visible_ ? SW_SHOWNA : SW_HIDE);
         sendToBridge(JsonLine().text("op", "visible").flag("on", visible_ != FALSE).line());
         return S_OK;
     }
-    STDMETHODIMP get_Bounds(RECT* value) override {
-        if (value == nullptr) return E_POINTER;
-        *value = bounds_;
-        return S_OK;
-    }
+    STDMETHODIMP get_Bounds(RECT* value) override { return giveBack(value, bounds_); }
     STDMETHODIMP put_Bounds(RECT value) override {
         bounds_ = value;
         const int width = value.right > value.left ? value.right - value.left : 0;
@@ -446,11 +440,7 @@ public:
         sendToBridge(JsonLine().text("op", "bounds").number("width", width).number("height", height).line());
         return S_OK;
     }
-    STDMETHODIMP get_ZoomFactor(double* value) override {
-        if (value == nullptr) return E_POINTER;
-        *value = zoom_;
-        return S_OK;
-    }
+    STDMETHODIMP get_ZoomFactor(double* value) override { return giveBack(value, zoom_); }
     STDMETHODIMP put_ZoomFactor(double value) override {
         zoom_ = value;
         return S_OK;
@@ -464,11 +454,7 @@ public:
         sendToBridge(JsonLine().text("op", "focus").number("reason", reason).line());
         return S_OK;
     }
-    STDMETHODIMP get_ParentWindow(HWND* value) override {
-        if (value == nullptr) return E_POINTER;
-        *value = window_ != nullptr ? GetParent(window_) : nullptr;
-        return S_OK;
-    }
+    STDMETHODIMP get_ParentWindow(HWND* value) override { return giveBack(value, window_ != nullptr ? GetParent(window_) : nullptr); }
     STDMETHODIMP put_ParentWindow(HWND parent) override {
         if (window_ == nullptr || parent == nullptr) return E_INVALIDARG;
         SetParent(window_, parent);
@@ -489,11 +475,7 @@ public:
         *value = webView_.get();
         return S_OK;
     }
-    STDMETHODIMP get_DefaultBackgroundColor(COREWEBVIEW2_COLOR* value) override {
-        if (value == nullptr) return E_POINTER;
-        *value = background_;
-        return S_OK;
-    }
+    STDMETHODIMP get_DefaultBackgroundColor(COREWEBVIEW2_COLOR* value) override { return giveBack(value, background_); }
     STDMETHODIMP put_DefaultBackgroundColor(COREWEBVIEW2_COLOR value) override {
         background_ = value;
         sendToBridge(JsonLine()
@@ -505,31 +487,19 @@ public:
                          .line());
         return S_OK;
     }
-    STDMETHODIMP get_RasterizationScale(double* value) override {
-        if (value == nullptr) return E_POINTER;
-        *value = scale_;
-        return S_OK;
-    }
+    STDMETHODIMP get_RasterizationScale(double* value) override { return giveBack(value, scale_); }
     STDMETHODIMP put_RasterizationScale(double value) override {
         if (!(value > 0.0)) return E_INVALIDARG;
         scale_ = value;
         sendToBridge(JsonLine().text("op", "scale").number("value", value).line());
         return S_OK;
     }
-    STDMETHODIMP get_ShouldDetectMonitorScaleChanges(BOOL* value) override {
-        if (value == nullptr) return E_POINTER;
-        *value = detectScale_;
-        return S_OK;
-    }
+    STDMETHODIMP get_ShouldDetectMonitorScaleChanges(BOOL* value) override { return giveBack(value, detectScale_); }
     STDMETHODIMP put_ShouldDetectMonitorScaleChanges(BOOL value) override {
         detectScale_ = value;
         return S_OK;
     }
-    STDMETHODIMP get_BoundsMode(int* value) override {
-        if (value == nullptr) return E_POINTER;
-        *value = boundsMode_;
-        return S_OK;
-    }
+    STDMETHODIMP get_BoundsMode(int* value) override { return giveBack(value, boundsMode_); }
     STDMETHODIMP put_BoundsMode(int value) override {
         boundsMode_ = value;
         return S_OK;

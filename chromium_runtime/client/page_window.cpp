@@ -29,13 +29,6 @@ HWND pageWindow = nullptr;
 Picture picture;
 WCHAR pendingHighSurrogate = 0;
 
-HMODULE thisModule() {
-    HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<LPCWSTR>(&thisModule), &module);
-    return module;
-}
-
 void dropPicture() {
     if (picture.bitmap != nullptr) {
         DeleteObject(picture.bitmap);
@@ -251,7 +244,7 @@ void registerPageClass() {
     windowClass.cbSize = sizeof windowClass;
     windowClass.style = CS_DBLCLKS;
     windowClass.lpfnWndProc = pageProcedure;
-    windowClass.hInstance = thisModule();
+    windowClass.hInstance = runtimeModule();
     windowClass.hCursor = LoadCursorW(nullptr, IDC_ARROW);
     windowClass.lpszClassName = kPageClass;
     RegisterClassExW(&windowClass);
@@ -263,7 +256,7 @@ HWND createPageWindow(HWND parent, const RECT& bounds, bool visible) {
     registerPageClass();
     const DWORD style = WS_CHILD | WS_CLIPSIBLINGS | (visible ? WS_VISIBLE : 0);
     pageWindow = CreateWindowExW(0, kPageClass, L"", style, bounds.left, bounds.top, bounds.right - bounds.left,
-                                 bounds.bottom - bounds.top, parent, nullptr, thisModule(), nullptr);
+                                 bounds.bottom - bounds.top, parent, nullptr, runtimeModule(), nullptr);
     return pageWindow;
 }
 

@@ -174,6 +174,11 @@ class FullStackScene:
         # Wine takes a press where it last saw the pointer: the move must arrive first.
         subprocess.run(["xdotool", "mousemove", str(x), str(y), "sleep", "0.3", "click", str(button)], check=True)
 
+    def wheel(self, x, y, down=1):
+        """Turns the wheel towards the user (X buttons 5) down times over a point."""
+        subprocess.run(["xdotool", "mousemove", str(x), str(y), "sleep", "0.3",
+                        "click", "--repeat", str(down), "--delay", "50", "5"], check=True)
+
     def type_text(self, text):
         subprocess.run(["xdotool", "type", "--delay", "30", text], check=True)
 

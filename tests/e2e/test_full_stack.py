@@ -209,6 +209,17 @@ class ButtonsPage(FullStackCase):
             self.assertTrue(scene.wait_eval("window.closeHeard === true"), "the page's close handler did not run")
             self.assertTrue(scene.overlay.wait_for_log(r"^mode hidden$", 10), scene.overlay.messages())
 
+    def test_full_stack_the_wheel_scrolls_the_page(self):
+        with self.scene("fs-wheel") as scene:
+            scene.wait_ready()
+            self.wait_region_matches(scene, 1.0)
+            x, y = scene.eval("(() => { const r = document.getElementById('list').getBoundingClientRect();"
+                              " return [r.left + r.width / 2, r.top + r.height / 2]; })()")
+            ox, oy = scene.client_origin()
+            scene.wheel(ox + int(x), oy + int(y), down=3)
+            self.assertTrue(scene.wait_eval("document.getElementById('list').scrollTop > 0", 10),
+                            "the wheel did not scroll the list")
+
     def test_full_stack_a_click_outside_the_region_reaches_the_game(self):
         with self.scene("fs-outside") as scene:
             scene.wait_ready()

@@ -259,6 +259,10 @@ class RuntimeBehaviour(FullStackCase):
             self.assertTrue(wait_until(lambda: scene.bridge.calls("background")[-1]["a"] == 0, 5))
             self.assertEqual(scene.bridge.calls("background")[-1], dict(scene.bridge.calls("background")[-1], a=0, r=0, g=0, b=0))
             self.assertEqual(scene.eval("getComputedStyle(document.documentElement).backgroundColor"), "rgba(0, 0, 0, 0)")
+            # The settings the program chose reached the runtime, in the program's order.
+            self.assertEqual([(c["name"], c["value"]) for c in scene.bridge.calls("setting")],
+                             [("AreDefaultContextMenusEnabled", False), ("IsStatusBarEnabled", False),
+                              ("IsZoomControlEnabled", False), ("AreDevToolsEnabled", True)])
             status = scene.eval("""Promise.all(['/page.css', '/../../../etc/passwd', '/%2e%2e/%2e%2e/etc/passwd', '/nope.txt']
                 .map((p) => fetch('https://gra-overlay.invalid' + p).then((r) => r.status, () => 'failed')))""")
             self.assertEqual(status, [200, 404, 404, 404])

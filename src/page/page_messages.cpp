@@ -58,16 +58,22 @@ const wchar_t* okText(bool ok) {
 void load(const std::wstring& text) {
     std::wstring name = field(text, L"file");
     std::string bytes;
-    bool ok = isPageFileName(name) && readWholeFile(pageFilePath(name), bytes);
-    if (!ok) bytes.clear();
+    std::wstring contents;
+    // A file too long for the text conversion is not loaded rather than
+    // handed over cut short.
+    bool ok = isPageFileName(name) && readWholeFile(pageFilePath(name), bytes) &&
+              utf8ToWideWhole(bytes.data(), bytes.size(), contents);
+    if (!ok) contents.clear();
     postToPage(L"{\"type\":\"file\",\"name\":\"" + jsonEscape(name) + L"\",\"ok\":" + okText(ok) + L",\"text\":\"" +
-               jsonEscape(utf8ToWide(bytes)) + L"\"}");
+               jsonEscape(contents) + L"\"}");
 }
 
 void save(const std::wstring& text) {
     std::wstring name = field(text, L"file");
     std::wstring contents = field(text, L"text");
-    bool ok = isPageFileName(name) && writeFileReplacing(pageFilePath(name), wideToUtf8(contents));
+    std::string bytes;
+    bool ok = isPageFileName(name) && wideToUtf8Whole(contents.data(), contents.size(), bytes) &&
+              writeFileReplacing(pageFilePath(name), bytes);
     logLine("save %s: %s", wideToUtf8(name).c_str(), ok ? "ok" : "FAILED");
     postToPage(L"{\"type\":\"saved\",\"name\":\"" + jsonEscape(name) + L"\",\"ok\":" + okText(ok) + L"}");
 }

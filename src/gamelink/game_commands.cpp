@@ -9,6 +9,7 @@
 #include "gamelink/datagrams.h"
 #include "host/fit.h"
 #include "host/modes.h"
+#include "page/page_messages.h"
 #include "page/show.h"
 #include "page/web_view.h"
 #include "page/webview2.h"
@@ -24,7 +25,7 @@ void note(const std::string& value) {
     if (host.pageReady) {
         postToPage(json);
     } else {
-        host.pendingPageMessages.push_back(json);
+        holdForPage(json);
     }
 }
 

@@ -5,12 +5,14 @@
 #include "app/counters.h"
 #include "app/host_state.h"
 #include "app/log.h"
+#include "app/startup.h"
 #include "gamelink/datagrams.h"
 #include "host/fit.h"
 #include "host/foreground.h"
 #include "host/game_window.h"
 #include "host/modes.h"
 #include "keyboard/layout_keeper.h"
+#include "page/page_messages.h"
 #include "page/webview2.h"
 
 namespace {
@@ -39,8 +41,7 @@ bool followOrFindGame() {
     }
     if (noGameWindowForTooLong(GetTickCount())) {
         logLine("no game window for 60 s - exiting");
-        if (host.exitReason.empty()) host.exitReason = "no game window for 60 s";
-        PostQuitMessage(0);
+        quitWithReason("no game window for 60 s");
     }
     return true;
 }
@@ -50,6 +51,7 @@ void tick() {
     if (followOrFindGame() && coverDeadlinePassed(GetTickCount())) coverOff("the page never said - 10 s");
     trackForeground();
     keepKeyboardLayout();
+    reportDroppedHeldMessages();
 }
 
 bool gameProcessRunning() {
@@ -73,8 +75,7 @@ void onDestroy() {
                static_cast<void*>(host.gameWindow), windowAlive ? "still valid (it may be mid-destroy)" : "gone",
                processRunning ? "running" : "ended");
     logLine("%s", text);
-    if (host.exitReason.empty()) host.exitReason = text;
-    PostQuitMessage(0);
+    quitWithReason(text);
 }
 
 LRESULT eraseWithColourKey(HWND window, HDC dc) {

@@ -68,6 +68,7 @@ struct HostState {
     std::vector<PageRect> regionRects;
     bool coverUp = true;
     uint32_t startTicks = 0;
+    uint32_t lastTickAt = 0;
     bool pageReady = false;
     std::wstring pendingPad;
     std::vector<std::wstring> pendingPageMessages;

@@ -17,6 +17,10 @@
 
 namespace {
 
+// Well past the timer's 100 ms, so that the tick comes from the socket's
+// notifications only when timer messages are starved.
+constexpr uint32_t overdueTickMs = 250;
+
 bool gameWindowAlive() {
     return host.gameWindow && IsWindow(host.gameWindow);
 }
@@ -47,6 +51,7 @@ bool followOrFindGame() {
 }
 
 void tick() {
+    host.lastTickAt = GetTickCount();
     reportRates();
     if (followOrFindGame() && coverDeadlinePassed(GetTickCount())) coverOff("the page never said - 10 s");
     trackForeground();
@@ -94,6 +99,10 @@ bool noGameWindowForTooLong(uint32_t now) {
     return now - host.noGameWindowSince > 60000;
 }
 
+bool tickOverdue(uint32_t now) {
+    return now - host.lastTickAt >= overdueTickMs;
+}
+
 bool coverDeadlinePassed(uint32_t now) {
     return host.coverUp && now - host.startTicks > 10000;
 }
@@ -125,6 +134,10 @@ LRESULT CALLBACK hostWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM
         return 0;
     case socketMessage:
         receiveGameDatagrams();
+        // While datagrams keep coming, a notification is always waiting, and
+        // the system makes no timer message while one is: the tick is then
+        // run from here.
+        if (tickOverdue(GetTickCount())) tick();
         return 0;
     }
     return DefWindowProcW(window, message, wParam, lParam);

@@ -185,6 +185,7 @@ HostStateGuard::HostStateGuard() {
     keep(host.regionRects);
     keep(host.coverUp);
     keep(host.startTicks);
+    keep(host.lastTickAt);
     keep(host.pageReady);
     keep(host.pendingPad);
     keep(host.pendingPageMessages);

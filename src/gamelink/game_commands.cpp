@@ -33,8 +33,9 @@ void makeBorderless(LONG style) {
     MONITORINFO monitor{};
     monitor.cbSize = sizeof monitor;
     if (!GetMonitorInfoW(MonitorFromWindow(host.gameWindow, MONITOR_DEFAULTTONEAREST), &monitor)) return;
+    // A window that has just gone has no rectangle to save or compare.
     RECT window;
-    GetWindowRect(host.gameWindow, &window);
+    if (!GetWindowRect(host.gameWindow, &window)) return;
     if ((style & overlappedWindowBits) == 0 && EqualRect(&window, &monitor.rcMonitor)) return;
 
     // Repeated "borderless" commands keep what the first one saved.

@@ -70,6 +70,12 @@ void makeFramed() {
 void window(const std::string& argument) {
     bool borderless = argument == "borderless";
     if (!host.gameWindow || !IsWindow(host.gameWindow)) return;
+    // Restyling and moving the game's window are calls into the game's
+    // thread; one that pumps no messages would stop the program with it.
+    if (IsHungAppWindow(host.gameWindow)) {
+        logLine("window: the game does not answer - left as it is");
+        return;
+    }
     LONG style = GetWindowLongW(host.gameWindow, GWL_STYLE);
     if (borderless) {
         makeBorderless(style);

@@ -111,6 +111,14 @@ void giveRegion(HRGN region, bool redraw) {
     if (!SetWindowRgn(host.hostWindow, region, redraw)) DeleteObject(region);
 }
 
+// Moving the focus into or out of the game's window tree is a call into the
+// game's thread; one that pumps no messages would stop the program with it.
+bool gameDoesNotAnswer() {
+    if (!IsHungAppWindow(host.gameWindow)) return false;
+    logLine("the game does not answer - the keyboard focus is left where it is");
+    return true;
+}
+
 }  // namespace
 
 void setMode(int newMode) {
@@ -205,6 +213,7 @@ void moveKeyboardFocus(bool toHost) {
     DWORD current = GetCurrentThreadId();
     DWORD gameThread = GetWindowThreadProcessId(host.gameWindow, nullptr);
     if (toHost) {
+        if (gameDoesNotAnswer()) return;
         // Joining the two threads' input state is what lets SetFocus reach
         // into the game's window tree.
         if (host.attachedInputThread == 0 && gameThread != 0 && gameThread != current &&
@@ -219,7 +228,7 @@ void moveKeyboardFocus(bool toHost) {
         }
         return;
     }
-    if (GetFocus() != host.gameWindow) {
+    if (GetFocus() != host.gameWindow && !gameDoesNotAnswer()) {
         count(setFocusCalls);
         SetFocus(host.gameWindow);
     }

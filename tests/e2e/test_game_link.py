@@ -248,8 +248,8 @@ class WithoutWebView(LinkTestCase):
         self.assertTrue(overlay.running())
 
 
-class Window(LinkTestCase):
-    needs_foreground = False
+class GameWindowCase(LinkTestCase):
+    """An overlay attached to a stand-in game's window."""
 
     def start_with_game(self, name):
         title = unique("link window game")
@@ -270,6 +270,8 @@ class Window(LinkTestCase):
         self.link.send("GRAO state")
         self.assertIsNotNone(self.link.receive(10))
 
+
+class Window(GameWindowCase):
     def test_borderless_covers_the_monitor_and_framed_restores_the_first_saved_state(self):
         self.start_with_game("link-window")
         self.send_and_settle("GRAO window borderless")
@@ -331,6 +333,44 @@ def socket_drops(port):
             if local.upper() == "0100007F:%04X" % port:
                 return int(fields[-1])
     return None
+
+
+class FrozenGame(GameWindowCase):
+    needs_foreground = True  # the game holds the focus that moving it would take away
+
+    def freeze_game(self):
+        """The game, in front with the keyboard focus, stops pumping
+        messages (a long load, a debugger) for 20 s; returns once the system
+        calls it hung."""
+        self.link.send("GRAO state")
+        self.assertEqual(self.link.receive(10), b"GRAO state hidden")
+        self.game.front()
+        self.game.freeze(20)
+        # Windows (and Wine) call a window hung once its thread has not
+        # looked for messages for 5 s.
+        time.sleep(6)
+
+    def test_a_frozen_game_does_not_hold_up_the_window_command(self):
+        self.start_with_game("link-frozen-window")
+        self.freeze_game()
+        self.link.send("GRAO window borderless")
+        self.link.send("GRAO state")
+        self.assertEqual(self.link.receive(5), b"GRAO state hidden")
+        self.assertEqual(self.window_lines(), ["window: the game does not answer - left as it is"])
+        # The frozen game's window was left as it was.
+        self.assertEqual(self.game.cmd("info", timeout=60)["rect"], self.original["rect"])
+
+    def test_a_frozen_game_does_not_hold_up_the_keyboard_focus(self):
+        overlay = self.start_with_game("link-frozen-focus")
+        self.freeze_game()
+        self.link.send("GRAO show")
+        self.assertEqual(self.link.receive(5), b"GRAO state active")
+        self.assertTrue(overlay.wait_for_log(r"^the game does not answer - the keyboard focus is left where it is$",
+                                             5), overlay.messages())
+        self.link.send("GRAO hide")
+        self.assertEqual(self.link.receive(5), b"GRAO state hidden")
+        self.link.send("GRAO state")
+        self.assertEqual(self.link.receive(5), b"GRAO state hidden")
 
 
 class Burst(LinkTestCase):

@@ -10,6 +10,7 @@
 //   post <H> <msg> <wparam> <lparam>, send <H> <msg> <wparam> <lparam>,
 //   find <class> [<title>]
 //   langrequests, layout <KLID>, activate <HKL>
+//   freeze <seconds>: the game's thread stops pumping messages for that long
 //
 // A few more let a test build window arrangements without the overlay:
 //   setparent <H> <parent|0>, setowner <H> <owner|0>,
@@ -22,7 +23,7 @@
 // layout); "children"/"owned" {"windows":[...]}; "second"/"find" {"hwnd"};
 // "spawn-owned" {"pid","port"}; "post" {"ok","error"}; "send" {"ok","result",
 // "error"}; "langrequests" {"requests":[{"wparam","lparam","hwnd"}...]};
-// most others {"ok":true}. "close" and "exit" reply before they act.
+// most others {"ok":true}. "close", "exit" and "freeze" reply before they act.
 // Unknown commands and bad arguments are answered with {"error":"..."}.
 #include "standin_game.h"
 
@@ -379,6 +380,13 @@ std::string setLayeredCommand(std::string args) {
 
 std::string pingCommand(std::string) { return kOk; }
 
+std::string freezeCommand(std::string args) {
+    std::int64_t seconds = 0;
+    if (!nextNumber(args, &seconds) || seconds < 0 || seconds > 600) return error("freeze <seconds>");
+    standin.freezeMilliseconds = static_cast<DWORD>(seconds * 1000);
+    return kOk;
+}
+
 struct Command {
     const char* name;
     std::string (*run)(std::string args);
@@ -403,6 +411,7 @@ const Command kCommands[] = {
     {"settitle", setTitleCommand, AfterReply::nothing},
     {"close", closeCommand, AfterReply::destroyGameWindow},
     {"exit", exitCommand, AfterReply::exitProcess},
+    {"freeze", freezeCommand, AfterReply::freezeThread},
     {"second", secondCommand, AfterReply::nothing},
     {"raise", raiseCommand, AfterReply::nothing},
     {"spawn-owned", spawnOwnedCommand, AfterReply::nothing},

@@ -117,7 +117,7 @@ class Fuzz:
             for _ in range(self.rng.randint(1, 4)):
                 if body:
                     body[self.rng.randrange(len(body))] = 0
-            return b"GRAO " + self.rng.choice(COMMANDS).encode() + b" " + bytes(body)
+            return (b"GRAO " + self.rng.choice(COMMANDS).encode() + b" " + bytes(body))[:LARGEST_DATAGRAM]
         if r < 0.5:
             return ("GRAO " + self.word() + " " + self.word()).encode("utf-8", "surrogatepass")
         command = self.rng.choice(COMMANDS)

@@ -68,9 +68,12 @@ struct HostState {
     std::vector<PageRect> regionRects;
     bool coverUp = true;
     uint32_t startTicks = 0;
+    uint32_t lastTickAt = 0;
     bool pageReady = false;
     std::wstring pendingPad;
     std::vector<std::wstring> pendingPageMessages;
+    uint32_t droppedHeldMessages = 0;
+    bool heldDropsSinceTick = false;
     uint32_t noGameWindowSince = 0;
     uint32_t attachedInputThread = 0;
     bool gameBorderless = false;
@@ -84,6 +87,7 @@ struct HostState {
     uint32_t lastBrowserProcessId = 0;
     bool foregroundIsBrowser = false;
     std::string exitReason;
+    bool quitting = false;
     uint16_t gamePort = 0;
     bool closeReceived = false;
     bool throughWanted = false;

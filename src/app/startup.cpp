@@ -1,6 +1,7 @@
 #include "app/startup.h"
 
 #include <ws2tcpip.h>
+#include <mswsock.h>
 
 #include <cstdio>
 
@@ -54,6 +55,14 @@ bool claimLinkPort() {
     return true;
 }
 
+// Otherwise Windows reports a reset on the next read after a datagram went
+// to a port that has closed.
+void switchOffResetReports() {
+    BOOL report = FALSE;
+    DWORD returned = 0;
+    WSAIoctl(host.gameSocket, SIO_UDP_CONNRESET, &report, sizeof report, nullptr, 0, &returned, nullptr, nullptr);
+}
+
 void noteLayoutSwitch() {
     std::wstring path = host.programFolder + L"\\no_keep_layout.txt";
     keepLayout = GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES;
@@ -96,6 +105,7 @@ void shutDown() {
 
 void quitWithReason(const std::string& reason) {
     if (host.exitReason.empty() && &reason != &host.exitReason) host.exitReason = reason;
+    host.quitting = true;
     PostQuitMessage(0);
 }
 
@@ -113,6 +123,7 @@ int runHost(HINSTANCE instance) {
     WSAStartup(0x0202, &wsaData);
     host.gameSocket = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     if (!claimLinkPort()) return 0;
+    switchOffResetReports();
 
     emptyFile(host.docFolder + L"\\gra_keys.txt", L"wb");
     noteLayoutSwitch();

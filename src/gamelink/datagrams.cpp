@@ -9,7 +9,19 @@ namespace {
 // Room for the largest datagram and a terminating zero byte.
 char receiveBuffer[65536];
 
+// A flood of datagrams must not keep the message loop from its other work
+// (the tick, the page, the exit): the socket notifies again while datagrams
+// wait, so nothing is lost by returning after a batch.
+constexpr int datagramsPerNotification = 256;
+
 }  // namespace
+
+bool readEnds(int received, int error) {
+    // Windows reports a reset on the next read after a datagram went to a
+    // port that has closed; that is no datagram, and more may wait.
+    if (received == SOCKET_ERROR && error == WSAECONNRESET) return false;
+    return received <= 0;
+}
 
 void noteDatagramSource(const sockaddr_in& source) {
     uint16_t port = ntohs(source.sin_port);
@@ -22,12 +34,15 @@ void noteDatagramSource(const sockaddr_in& source) {
 }
 
 void receiveGameDatagrams() {
-    for (;;) {
+    // A program that is quitting changes nothing more, not even for the rest
+    // of a batch that held "bye".
+    for (int read = 0; read < datagramsPerNotification && !host.quitting; ++read) {
         sockaddr_in source{};
         int sourceLength = sizeof source;
         int received = recvfrom(host.gameSocket, receiveBuffer, 65535, 0, reinterpret_cast<sockaddr*>(&source),
                                 &sourceLength);
-        if (received <= 0) return;
+        if (readEnds(received, received == SOCKET_ERROR ? WSAGetLastError() : 0)) break;
+        if (received <= 0) continue;
         count(gameToHost);
         receiveBuffer[received] = '\0';
         noteDatagramSource(source);

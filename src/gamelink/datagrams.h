@@ -11,8 +11,13 @@
 // The message that tells the host window the link's socket can be read.
 constexpr UINT socketMessage = WM_APP + 1;
 
-// Reads until nothing waits; counts, notes the sender and dispatches each one.
+// Reads what waits, at most a bounded batch, and nothing once the program is
+// quitting; counts, notes the sender and dispatches each one.
 void receiveGameDatagrams();
+
+// Whether a recvfrom result (and its error code) ends a read; a reset
+// report does not, and is no datagram.
+bool readEnds(int received, int error);
 
 // Notes where a datagram came from (reply address, preferred port, gamePort).
 void noteDatagramSource(const sockaddr_in& source);

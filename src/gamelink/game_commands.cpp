@@ -9,6 +9,7 @@
 #include "gamelink/datagrams.h"
 #include "host/fit.h"
 #include "host/modes.h"
+#include "page/page_messages.h"
 #include "page/show.h"
 #include "page/web_view.h"
 #include "page/webview2.h"
@@ -24,7 +25,7 @@ void note(const std::string& value) {
     if (host.pageReady) {
         postToPage(json);
     } else {
-        host.pendingPageMessages.push_back(json);
+        holdForPage(json);
     }
 }
 
@@ -32,8 +33,9 @@ void makeBorderless(LONG style) {
     MONITORINFO monitor{};
     monitor.cbSize = sizeof monitor;
     if (!GetMonitorInfoW(MonitorFromWindow(host.gameWindow, MONITOR_DEFAULTTONEAREST), &monitor)) return;
+    // A window that has just gone has no rectangle to save or compare.
     RECT window;
-    GetWindowRect(host.gameWindow, &window);
+    if (!GetWindowRect(host.gameWindow, &window)) return;
     if ((style & overlappedWindowBits) == 0 && EqualRect(&window, &monitor.rcMonitor)) return;
 
     // Repeated "borderless" commands keep what the first one saved.
@@ -68,6 +70,12 @@ void makeFramed() {
 void window(const std::string& argument) {
     bool borderless = argument == "borderless";
     if (!host.gameWindow || !IsWindow(host.gameWindow)) return;
+    // Restyling and moving the game's window are calls into the game's
+    // thread; one that pumps no messages would stop the program with it.
+    if (IsHungAppWindow(host.gameWindow)) {
+        logLine("window: the game does not answer - left as it is");
+        return;
+    }
     LONG style = GetWindowLongW(host.gameWindow, GWL_STYLE);
     if (borderless) {
         makeBorderless(style);

@@ -31,8 +31,10 @@ void placeHost(const RECT& client) {
 
 void fit_to_game() {
     if (!host.hostWindow || !host.gameWindow || !IsWindow(host.gameWindow)) return;
+    // The game window may go between the check above and this call; its
+    // rectangle is then not read, and nothing is placed.
     RECT client;
-    GetClientRect(host.gameWindow, &client);
+    if (!GetClientRect(host.gameWindow, &client)) return;
     count(fitToGame);
 
     POINT origin{0, 0};

@@ -5,15 +5,21 @@
 #include "app/counters.h"
 #include "app/host_state.h"
 #include "app/log.h"
+#include "app/startup.h"
 #include "gamelink/datagrams.h"
 #include "host/fit.h"
 #include "host/foreground.h"
 #include "host/game_window.h"
 #include "host/modes.h"
 #include "keyboard/layout_keeper.h"
+#include "page/page_messages.h"
 #include "page/webview2.h"
 
 namespace {
+
+// Well past the timer's 100 ms, so that the tick comes from the socket's
+// notifications only when timer messages are starved.
+constexpr uint32_t overdueTickMs = 250;
 
 bool gameWindowAlive() {
     return host.gameWindow && IsWindow(host.gameWindow);
@@ -39,17 +45,18 @@ bool followOrFindGame() {
     }
     if (noGameWindowForTooLong(GetTickCount())) {
         logLine("no game window for 60 s - exiting");
-        if (host.exitReason.empty()) host.exitReason = "no game window for 60 s";
-        PostQuitMessage(0);
+        quitWithReason("no game window for 60 s");
     }
     return true;
 }
 
 void tick() {
+    host.lastTickAt = GetTickCount();
     reportRates();
     if (followOrFindGame() && coverDeadlinePassed(GetTickCount())) coverOff("the page never said - 10 s");
     trackForeground();
     keepKeyboardLayout();
+    reportDroppedHeldMessages();
 }
 
 bool gameProcessRunning() {
@@ -73,8 +80,7 @@ void onDestroy() {
                static_cast<void*>(host.gameWindow), windowAlive ? "still valid (it may be mid-destroy)" : "gone",
                processRunning ? "running" : "ended");
     logLine("%s", text);
-    if (host.exitReason.empty()) host.exitReason = text;
-    PostQuitMessage(0);
+    quitWithReason(text);
 }
 
 LRESULT eraseWithColourKey(HWND window, HDC dc) {
@@ -91,6 +97,10 @@ LRESULT eraseWithColourKey(HWND window, HDC dc) {
 bool noGameWindowForTooLong(uint32_t now) {
     if (host.noGameWindowSince == 0) host.noGameWindowSince = now;
     return now - host.noGameWindowSince > 60000;
+}
+
+bool tickOverdue(uint32_t now) {
+    return now - host.lastTickAt >= overdueTickMs;
 }
 
 bool coverDeadlinePassed(uint32_t now) {
@@ -124,6 +134,10 @@ LRESULT CALLBACK hostWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM
         return 0;
     case socketMessage:
         receiveGameDatagrams();
+        // While datagrams keep coming, a notification is always waiting, and
+        // the system makes no timer message while one is: the tick is then
+        // run from here.
+        if (tickOverdue(GetTickCount())) tick();
         return 0;
     }
     return DefWindowProcW(window, message, wParam, lParam);

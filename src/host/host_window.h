@@ -16,3 +16,7 @@ bool noGameWindowForTooLong(uint32_t now);
 // True on the first tick more than 10 s after the host window was created
 // while the cover is still up.
 bool coverDeadlinePassed(uint32_t now);
+
+// True when the last tick began 250 ms or more before now: a flood of socket
+// notifications keeps the system from making timer messages.
+bool tickOverdue(uint32_t now);

@@ -2,17 +2,22 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "app/counters.h"
 #include "app/host_state.h"
 #include "app/log.h"
-#include "app/numbers.h"
 #include "gamelink/datagrams.h"
 #include "host/fit.h"
 #include "page/web_view.h"
 #include "page/webview2.h"
 
 namespace {
+
+// A page's hit region has a handful of rectangles; more than this are not
+// made part of it.
+constexpr size_t regionRectsMost = 1000;
 
 void hideHost() {
     if (host.webController) host.webController->put_IsVisible(FALSE);
@@ -50,10 +55,68 @@ float rasterizationScale() {
     return static_cast<float>(scale);
 }
 
-// The page's numbers are not limited: the sums wrap around as 32-bit
-// integers, without undefined behaviour.
-int32_t wrappingSum(int32_t a, int32_t b) {
-    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+// The page's numbers are not limited: an edge beyond the 32-bit range is
+// held at the range's end, never wrapped round to the other side.
+int32_t clampToInt32(double value) {
+    if (value != value) return 0;
+    if (value <= static_cast<double>(INT32_MIN)) return INT32_MIN;
+    if (value >= static_cast<double>(INT32_MAX)) return INT32_MAX;
+    return static_cast<int32_t>(value);
+}
+
+int32_t edgeSum(int32_t a, int32_t b) {
+    return clampToInt32(static_cast<double>(static_cast<int64_t>(a) + static_cast<int64_t>(b)));
+}
+
+// A rectangle given with a negative width or height covers the same pixels as
+// its mirror, as CreateRectRgn makes it.
+RECT ordered(RECT rect) {
+    if (rect.left > rect.right) std::swap(rect.left, rect.right);
+    if (rect.top > rect.bottom) std::swap(rect.top, rect.bottom);
+    return rect;
+}
+
+// The whole region in one call: combining rectangles one by one costs work
+// that grows with the square of their number.
+HRGN regionOfRects(const std::vector<PageRect>& rects, float scale) {
+    size_t used = rects.size() < regionRectsMost ? rects.size() : regionRectsMost;
+    if (used < rects.size()) {
+        logLine("region: %u rectangles, only the first %u are used", static_cast<unsigned>(rects.size()),
+                static_cast<unsigned>(regionRectsMost));
+    }
+    std::vector<RECT> data((sizeof(RGNDATAHEADER) + sizeof(RECT) - 1) / sizeof(RECT) + used);
+    RGNDATA* region = reinterpret_cast<RGNDATA*>(data.data());
+    RECT* edges = reinterpret_cast<RECT*>(region->Buffer);
+    RECT bounds{0, 0, 0, 0};
+    for (size_t i = 0; i < used; ++i) {
+        edges[i] = ordered(scaledRect(rects[i], scale));
+        if (IsRectEmpty(&edges[i])) continue;
+        if (IsRectEmpty(&bounds)) {
+            bounds = edges[i];
+        } else {
+            UnionRect(&bounds, &bounds, &edges[i]);
+        }
+    }
+    region->rdh.dwSize = sizeof(RGNDATAHEADER);
+    region->rdh.iType = RDH_RECTANGLES;
+    region->rdh.nCount = static_cast<DWORD>(used);
+    region->rdh.nRgnSize = static_cast<DWORD>(used * sizeof(RECT));
+    region->rdh.rcBound = bounds;
+    return ExtCreateRegion(nullptr, static_cast<DWORD>(sizeof(RGNDATAHEADER) + used * sizeof(RECT)), region);
+}
+
+// The window owns a region it accepted; one it refused is still ours.
+void giveRegion(HRGN region, bool redraw) {
+    if (!region) return;
+    if (!SetWindowRgn(host.hostWindow, region, redraw)) DeleteObject(region);
+}
+
+// Moving the focus into or out of the game's window tree is a call into the
+// game's thread; one that pumps no messages would stop the program with it.
+bool gameDoesNotAnswer() {
+    if (!IsHungAppWindow(host.gameWindow)) return false;
+    logLine("the game does not answer - the keyboard focus is left where it is");
+    return true;
 }
 
 }  // namespace
@@ -101,31 +164,23 @@ void updateMouseOwner() {
 }
 
 RECT scaledRect(const PageRect& rect, float scale) {
-    int32_t right = wrappingSum(rect.x, rect.width);
-    int32_t bottom = wrappingSum(rect.y, rect.height);
-    auto scaled = [scale](int32_t value) { return truncateToInt32(static_cast<float>(value) * scale); };
+    int32_t right = edgeSum(rect.x, rect.width);
+    int32_t bottom = edgeSum(rect.y, rect.height);
+    auto scaled = [scale](int32_t value) { return clampToInt32(static_cast<float>(value) * scale); };
     return RECT{scaled(rect.x), scaled(rect.y), scaled(right), scaled(bottom)};
 }
 
 void setRegion(bool redraw) {
-    if (!host.hostWindow) return;
+    // No region is made for a host window that is already gone.
+    if (!host.hostWindow || !IsWindow(host.hostWindow)) return;
     count(setWindowRgn);
     if (host.coverUp) {
         RECT client;
-        GetClientRect(host.hostWindow, &client);
-        SetWindowRgn(host.hostWindow, CreateRectRgn(0, 0, client.right, client.bottom), redraw);
+        if (!GetClientRect(host.hostWindow, &client)) return;
+        giveRegion(CreateRectRgn(0, 0, client.right, client.bottom), redraw);
         return;
     }
-    float scale = rasterizationScale();
-    HRGN region = CreateRectRgn(0, 0, 0, 0);
-    for (const PageRect& rect : host.regionRects) {
-        RECT device = scaledRect(rect, scale);
-        HRGN piece = CreateRectRgn(device.left, device.top, device.right, device.bottom);
-        CombineRgn(region, region, piece, RGN_OR);
-        DeleteObject(piece);
-    }
-    // The window owns the region from here on.
-    SetWindowRgn(host.hostWindow, region, redraw);
+    giveRegion(regionOfRects(host.regionRects, rasterizationScale()), redraw);
 }
 
 void coverOff(const char* reason) {
@@ -158,6 +213,7 @@ void moveKeyboardFocus(bool toHost) {
     DWORD current = GetCurrentThreadId();
     DWORD gameThread = GetWindowThreadProcessId(host.gameWindow, nullptr);
     if (toHost) {
+        if (gameDoesNotAnswer()) return;
         // Joining the two threads' input state is what lets SetFocus reach
         // into the game's window tree.
         if (host.attachedInputThread == 0 && gameThread != 0 && gameThread != current &&
@@ -172,7 +228,7 @@ void moveKeyboardFocus(bool toHost) {
         }
         return;
     }
-    if (GetFocus() != host.gameWindow) {
+    if (GetFocus() != host.gameWindow && !gameDoesNotAnswer()) {
         count(setFocusCalls);
         SetFocus(host.gameWindow);
     }

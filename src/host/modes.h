@@ -26,5 +26,6 @@ void showCoverOverGame();
 void moveKeyboardFocus(bool toHost);
 
 // The hit region's rectangles in device pixels: each page rectangle's edges
-// scaled in single precision and truncated toward zero.
+// scaled in single precision and truncated toward zero; an edge beyond the
+// 32-bit range, before or after scaling, is held at the range's end.
 RECT scaledRect(const PageRect& rect, float scale);

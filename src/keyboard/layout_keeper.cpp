@@ -87,9 +87,7 @@ void actOn(int action, HKL layout, DWORD gameThread) {
         break;
     }
     case layoutFirstAsk: {
-        const char* refusal = keepLayout && !askForLayout(host.gameWindow, state.playedLayout)
-                                  ? " - the ask was refused"
-                                  : "";
+        const char* refusal = keepLayout ? refusalNote(action, askForLayout(host.gameWindow, state.playedLayout)) : "";
         noteKeys("back from another application with the keyboard layout %s - the game's keys would land on other "
                  "actions; the game asked for %s again (the one played with)%s%s",
                  current.c_str(), played.c_str(), refusal, switchNote);
@@ -97,7 +95,7 @@ void actOn(int action, HKL layout, DWORD gameThread) {
     }
     case layoutSecondAsk: {
         HWND target = secondAskTarget(gameThread);
-        const char* refusal = keepLayout && !askForLayout(target, state.playedLayout) ? " - refused" : "";
+        const char* refusal = keepLayout ? refusalNote(action, askForLayout(target, state.playedLayout)) : "";
         noteKeys("the game is still on %s - its focus window %p asked for %s%s%s", current.c_str(),
                  static_cast<void*>(target), played.c_str(), refusal, switchNote);
         break;
@@ -146,6 +144,11 @@ int decideLayoutAction(LayoutKeeperState& state, uint32_t now, bool away, HKL la
         return layoutBackOnPlayed;
     }
     return holdTest(state, now, layout, recent);
+}
+
+const char* refusalNote(int action, bool posted) {
+    if (posted) return "";
+    return action == layoutFirstAsk ? " - the ask was refused" : " - refused";
 }
 
 std::string layoutName(HKL layout) {

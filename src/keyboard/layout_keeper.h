@@ -43,4 +43,8 @@ int decideLayoutAction(LayoutKeeperState& state, uint32_t now, bool away, HKL la
 // "<locale name> [<low 32 bits in hex>]", or "none".
 std::string layoutName(HKL layout);
 
+// What an ask's line adds when the game's window refused the posted ask
+// (posted false): empty for an ask that went out.
+const char* refusalNote(int action, bool posted);
+
 void noteKeys(const char* format, ...);

@@ -1,5 +1,6 @@
 #include "page/page_messages.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cwchar>
 
@@ -14,6 +15,12 @@
 #include "page/web_view.h"
 
 namespace {
+
+// What waits for a page that is not ready is bounded, so that a page that
+// never becomes ready and a game that keeps sending notes cannot exhaust
+// the program's memory.
+constexpr size_t heldMessagesMost = 256;
+constexpr size_t heldBytesMost = 4 * 1024 * 1024;
 
 std::wstring field(const std::wstring& text, const wchar_t* key) {
     return jsonField(text, key);
@@ -58,16 +65,22 @@ const wchar_t* okText(bool ok) {
 void load(const std::wstring& text) {
     std::wstring name = field(text, L"file");
     std::string bytes;
-    bool ok = isPageFileName(name) && readWholeFile(pageFilePath(name), bytes);
-    if (!ok) bytes.clear();
+    std::wstring contents;
+    // A file too long for the text conversion is not loaded rather than
+    // handed over cut short.
+    bool ok = isPageFileName(name) && readWholeFile(pageFilePath(name), bytes) &&
+              utf8ToWideWhole(bytes.data(), bytes.size(), contents);
+    if (!ok) contents.clear();
     postToPage(L"{\"type\":\"file\",\"name\":\"" + jsonEscape(name) + L"\",\"ok\":" + okText(ok) + L",\"text\":\"" +
-               jsonEscape(utf8ToWide(bytes)) + L"\"}");
+               jsonEscape(contents) + L"\"}");
 }
 
 void save(const std::wstring& text) {
     std::wstring name = field(text, L"file");
     std::wstring contents = field(text, L"text");
-    bool ok = isPageFileName(name) && writeFileReplacing(pageFilePath(name), wideToUtf8(contents));
+    std::string bytes;
+    bool ok = isPageFileName(name) && wideToUtf8Whole(contents.data(), contents.size(), bytes) &&
+              writeFileReplacing(pageFilePath(name), bytes);
     logLine("save %s: %s", wideToUtf8(name).c_str(), ok ? "ok" : "FAILED");
     postToPage(L"{\"type\":\"saved\",\"name\":\"" + jsonEscape(name) + L"\",\"ok\":" + okText(ok) + L"}");
 }
@@ -109,6 +122,35 @@ std::vector<PageRect> parseRects(const std::wstring& text) {
                                  truncateToInt32(numbers[i + 2]), truncateToInt32(numbers[i + 3])});
     }
     return rects;
+}
+
+void holdForPage(const std::wstring& json) {
+    std::vector<std::wstring>& held = host.pendingPageMessages;
+    held.push_back(json);
+    size_t bytes = 0;
+    for (const std::wstring& text : held) bytes += text.size() * sizeof(wchar_t);
+    size_t dropped = 0;
+    while (dropped < held.size() && (held.size() - dropped > heldMessagesMost || bytes > heldBytesMost)) {
+        bytes -= held[dropped].size() * sizeof(wchar_t);
+        ++dropped;
+    }
+    if (dropped == 0) return;
+    held.erase(held.begin(), held.begin() + static_cast<std::ptrdiff_t>(dropped));
+    host.droppedHeldMessages += static_cast<uint32_t>(dropped);
+    host.heldDropsSinceTick = true;
+}
+
+void reportDroppedHeldMessages() {
+    // A burst ends with the first tick that saw no drop of its own.
+    if (host.heldDropsSinceTick) {
+        host.heldDropsSinceTick = false;
+        return;
+    }
+    if (host.droppedHeldMessages == 0) return;
+    logLine("%u messages held for the page were dropped - it is not ready, and at most 256 messages or 4 MiB "
+            "wait for it",
+            static_cast<unsigned>(host.droppedHeldMessages));
+    host.droppedHeldMessages = 0;
 }
 
 void dispatchPageMessage(const std::wstring& text) {

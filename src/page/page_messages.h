@@ -15,3 +15,11 @@ std::vector<PageRect> parseRects(const std::wstring& text);
 // The text sent to the game for the page's "game" message, or empty when the
 // command or its argument is refused.
 std::string gameCommandText(const std::string& cmd, const std::string& arg);
+
+// Holds a message for the page until it is ready: at most 256 messages or
+// 4 MiB of text (UTF-16), whichever comes first; beyond it the oldest go.
+void holdForPage(const std::wstring& json);
+
+// Called on every tick: once a tick passes without new drops, logs how many
+// held messages the burst before it dropped.
+void reportDroppedHeldMessages();

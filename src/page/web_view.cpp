@@ -2,6 +2,9 @@
 
 #include <shlobj.h>
 
+#include <cwchar>
+#include <new>
+
 #include "app/counters.h"
 #include "app/host_state.h"
 #include "app/log.h"
@@ -45,7 +48,14 @@ public:
         return static_cast<ULONG>(left);
     }
     STDMETHOD(Invoke)(Args... args) override {
-        body(args...);
+        // No exception of the program's own may unwind into the runtime.
+        try {
+            body(args...);
+        } catch (const std::bad_alloc&) {
+            logLine("WebView2 callback stopped - not enough memory to carry it out");
+        } catch (...) {
+            logLine("WebView2 callback stopped - an error while carrying it out");
+        }
         return S_OK;
     }
 
@@ -67,11 +77,6 @@ using WebMessageReceivedHandler =
 
 unsigned long hresultBits(HRESULT result) {
     return static_cast<unsigned long>(result);
-}
-
-template <typename T>
-void releaseIfSet(T* object) {
-    if (object) object->Release();
 }
 
 // A second controller callback, should one ever come, replaces the first.
@@ -134,15 +139,13 @@ ICoreWebView2_3* mapPageFolder() {
     return webView3;
 }
 
-// The handler is never removed, so its token is not kept. A runtime that
-// insists on storage for the token gets a local one.
+// The handler is never removed, so its token is taken in a local and
+// discarded: no runtime has to accept a registration without one.
 void listenForWebMessages() {
     if (!host.webView) return;
     ICoreWebView2WebMessageReceivedEventHandler* handler = newWebMessageReceivedHandler();
-    if (host.webView->add_WebMessageReceived(handler, nullptr) == E_POINTER) {
-        EventRegistrationToken token{};
-        host.webView->add_WebMessageReceived(handler, &token);
-    }
+    EventRegistrationToken token{};
+    host.webView->add_WebMessageReceived(handler, &token);
     handler->Release();
 }
 
@@ -206,9 +209,13 @@ HRESULT onControllerCreated(HRESULT result, ICoreWebView2Controller* controller)
     }
     keepController(controller);
     takeWebView();
-    ICoreWebView2Controller2* controller2 = setBackgroundColour();
-    ICoreWebView2Settings* settings = applySettings();
-    ICoreWebView2_3* webView3 = mapPageFolder();
+    // The temporary references go when this function ends, however it ends.
+    ComRef<ICoreWebView2Controller2> controller2;
+    controller2.ptr = setBackgroundColour();
+    ComRef<ICoreWebView2Settings> settings;
+    settings.ptr = applySettings();
+    ComRef<ICoreWebView2_3> webView3;
+    webView3.ptr = mapPageFolder();
     listenForWebMessages();
 
     fit_to_game();
@@ -218,10 +225,6 @@ HRESULT onControllerCreated(HRESULT result, ICoreWebView2Controller* controller)
     if (host.webView) host.webView->Navigate(pageAddress);
     logLine("WebView2 ready, page %s from %s", wideToUtf8(pageAddress).c_str(),
             wideToUtf8(host.webFolder).c_str());
-
-    releaseIfSet(webView3);
-    releaseIfSet(settings);
-    releaseIfSet(controller2);
     return S_OK;
 }
 
@@ -231,8 +234,19 @@ HRESULT onWebMessageReceived(ICoreWebView2*, ICoreWebView2WebMessageReceivedEven
     LPWSTR json = nullptr;
     if (!args || FAILED(args->get_WebMessageAsJson(&json)) || !json) return S_OK;
     // Whatever document the web view shows may drive the host: neither the
-    // sender nor the source address is looked at.
-    dispatchPageMessage(std::wstring(json));
+    // sender nor the source address is looked at. A message the program
+    // cannot handle (a huge one when memory runs short) is dropped, and the
+    // runtime's text is freed all the same.
+    size_t length = wcslen(json);
+    try {
+        dispatchPageMessage(std::wstring(json, length));
+    } catch (const std::bad_alloc&) {
+        logLine("page message of %llu characters dropped - not enough memory to handle it",
+                static_cast<unsigned long long>(length));
+    } catch (...) {
+        logLine("page message of %llu characters dropped - an error while handling it",
+                static_cast<unsigned long long>(length));
+    }
     CoTaskMemFree(json);
     return S_OK;
 }

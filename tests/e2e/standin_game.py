@@ -202,6 +202,11 @@ class StandinGame:
     def load_layout(self, klid):
         return self.cmd("layout %s" % klid)
 
+    def freeze(self, seconds):
+        """The game's thread stops pumping messages for that long (the
+        reply comes first)."""
+        return self.cmd("freeze %d" % seconds)
+
     # Ending.
     def close(self):
         """Destroys the game window; the process then ends by itself."""

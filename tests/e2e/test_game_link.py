@@ -215,17 +215,20 @@ class Commands(LinkTestCase):
         self.assertTrue(self.overlay.running())
         self.assertEqual(posts(self.overlay), [])
 
-    def test_bye_after_another_bye_keeps_the_first_reason(self):
+    def test_nothing_after_bye_is_carried_out(self):
         self.start_overlay("link-bye-twice")
         other = GameLink(self.overlay.port)
         self.addCleanup(other.close)
-        # both wait in the socket together: the second is read before the loop ends
+        # whether they wait in the socket together or not, a program that is
+        # quitting carries out nothing more: no second "bye", no window shown
         self.link.send("GRAO bye")
         other.send("GRAO bye now")
+        self.link.send("GRAO show")
         self.assertEqual(self.overlay.wait_exit(20), 0)
         messages = self.overlay.messages()
         byes = [m for m in messages if m.startswith("'bye'")]
-        self.assertEqual(byes, ["'bye' from UDP port %d" % self.link.port, "'bye' from UDP port %d" % other.port])
+        self.assertEqual(byes, ["'bye' from UDP port %d" % self.link.port])
+        self.assertEqual(self.mode_lines(), [])
         self.assertEqual(messages[-1], "exit ('bye' from UDP port %d)" % self.link.port)
 
 
@@ -245,8 +248,8 @@ class WithoutWebView(LinkTestCase):
         self.assertTrue(overlay.running())
 
 
-class Window(LinkTestCase):
-    needs_foreground = False
+class GameWindowCase(LinkTestCase):
+    """An overlay attached to a stand-in game's window."""
 
     def start_with_game(self, name):
         title = unique("link window game")
@@ -267,6 +270,8 @@ class Window(LinkTestCase):
         self.link.send("GRAO state")
         self.assertIsNotNone(self.link.receive(10))
 
+
+class Window(GameWindowCase):
     def test_borderless_covers_the_monitor_and_framed_restores_the_first_saved_state(self):
         self.start_with_game("link-window")
         self.send_and_settle("GRAO window borderless")
@@ -330,6 +335,44 @@ def socket_drops(port):
     return None
 
 
+class FrozenGame(GameWindowCase):
+    needs_foreground = True  # the game holds the focus that moving it would take away
+
+    def freeze_game(self):
+        """The game, in front with the keyboard focus, stops pumping
+        messages (a long load, a debugger) for 20 s; returns once the system
+        calls it hung."""
+        self.link.send("GRAO state")
+        self.assertEqual(self.link.receive(10), b"GRAO state hidden")
+        self.game.front()
+        self.game.freeze(20)
+        # Windows (and Wine) call a window hung once its thread has not
+        # looked for messages for 5 s.
+        time.sleep(6)
+
+    def test_a_frozen_game_does_not_hold_up_the_window_command(self):
+        self.start_with_game("link-frozen-window")
+        self.freeze_game()
+        self.link.send("GRAO window borderless")
+        self.link.send("GRAO state")
+        self.assertEqual(self.link.receive(5), b"GRAO state hidden")
+        self.assertEqual(self.window_lines(), ["window: the game does not answer - left as it is"])
+        # The frozen game's window was left as it was.
+        self.assertEqual(self.game.cmd("info", timeout=60)["rect"], self.original["rect"])
+
+    def test_a_frozen_game_does_not_hold_up_the_keyboard_focus(self):
+        overlay = self.start_with_game("link-frozen-focus")
+        self.freeze_game()
+        self.link.send("GRAO show")
+        self.assertEqual(self.link.receive(5), b"GRAO state active")
+        self.assertTrue(overlay.wait_for_log(r"^the game does not answer - the keyboard focus is left where it is$",
+                                             5), overlay.messages())
+        self.link.send("GRAO hide")
+        self.assertEqual(self.link.receive(5), b"GRAO state hidden")
+        self.link.send("GRAO state")
+        self.assertEqual(self.link.receive(5), b"GRAO state hidden")
+
+
 class Burst(LinkTestCase):
     def test_ten_thousand_datagrams_as_fast_as_linux_sends_them(self):
         overlay = self.start_overlay("link-burst")
@@ -368,6 +411,51 @@ class Burst(LinkTestCase):
         # the period printed is rounded to whole seconds, the average to 0.1
         self.assertGreaterEqual(average, counted / (seconds + 0.5) - 0.05)
         self.assertLessEqual(average, counted / (seconds - 0.5) + 0.05)
+
+
+FLOOD_SENDER = """
+import socket, sys, time
+port, seconds = int(sys.argv[1]), float(sys.argv[2])
+s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+end = time.monotonic() + seconds
+data = b"GRAO flood"
+while time.monotonic() < end:
+    for _ in range(1000):
+        try:
+            s.sendto(data, ("127.0.0.1", port))
+        except OSError:
+            pass
+"""
+
+
+class Flood(LinkTestCase):
+    """Senders that keep the program's socket full all the time."""
+
+    def flood(self, port, seconds, senders=2):
+        processes = [subprocess.Popen(["/usr/bin/python3", "-c", FLOOD_SENDER, str(port), str(seconds)])
+                     for _ in range(senders)]
+        for process in processes:
+            self.addCleanup(process.wait)
+            self.addCleanup(process.kill)
+        return processes
+
+    def test_a_flood_starves_neither_the_tick_nor_the_exit(self):
+        overlay = self.start_overlay("link-flood", game=unique("no game"))
+        senders = self.flood(overlay.port, 90)
+        # The tick runs on: the cover's 10 s deadline is met while the flood
+        # goes on.
+        self.assertTrue(overlay.wait_for_log(r"^cover off \(the page never said - 10 s\)$", 40),
+                        overlay.messages())
+        self.assertTrue(all(sender.poll() is None for sender in senders), "the flood ended too early")
+        # And the exit is not held up either. The kernel drops what comes
+        # while the socket is full, so "bye" is sent until it is heard.
+        def ended():
+            self.link.send("GRAO bye")
+            return overlay.wait_exit(0.5) is not None
+        self.assertTrue(wait_until(ended, 40), overlay.messages()[-3:])
+        self.assertEqual(overlay.wait_exit(1), 0)
+        self.assertTrue(all(sender.poll() is None for sender in senders), "the flood ended too early")
+        self.assertEqual(overlay.messages()[-1], "exit ('bye' from UDP port %d)" % self.link.port)
 
 
 if __name__ == "__main__":

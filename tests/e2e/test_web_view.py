@@ -64,7 +64,7 @@ class Creation(unittest.TestCase):
             ] + SETTINGS + [
                 "qi webview ICoreWebView2_3 ok",
                 "webview3.SetVirtualHostNameToFolderMapping gra-overlay.invalid %s 1" % web_folder,
-                "webview.add_WebMessageReceived token=null",
+                "webview.add_WebMessageReceived token=given",  # a local token, discarded
                 "controller.put_IsVisible 0",
                 "webview.Navigate " + PAGE,
             ]

@@ -10,6 +10,7 @@
 //   post <H> <msg> <wparam> <lparam>, send <H> <msg> <wparam> <lparam>,
 //   find <class> [<title>]
 //   langrequests, layout <KLID>, activate <HKL>, clicks
+//   freeze <seconds>: the game's thread stops pumping messages for that long
 //
 // A few more let a test build window arrangements without the overlay:
 //   setparent <H> <parent|0>, setowner <H> <owner|0>,
@@ -23,7 +24,7 @@
 // "spawn-owned" {"pid","port"}; "post" {"ok","error"}; "send" {"ok","result",
 // "error"}; "langrequests" {"requests":[{"wparam","lparam","hwnd"}...]};
 // "clicks" {"clicks":[[x,y]...]} (left-button presses on the game window);
-// most others {"ok":true}. "close" and "exit" reply before they act.
+// most others {"ok":true}. "close", "exit" and "freeze" reply before they act.
 // Unknown commands and bad arguments are answered with {"error":"..."}.
 #include "standin_game.h"
 
@@ -388,6 +389,13 @@ std::string setLayeredCommand(std::string args) {
 
 std::string pingCommand(std::string) { return kOk; }
 
+std::string freezeCommand(std::string args) {
+    std::int64_t seconds = 0;
+    if (!nextNumber(args, &seconds) || seconds < 0 || seconds > 600) return error("freeze <seconds>");
+    standin.freezeMilliseconds = static_cast<DWORD>(seconds * 1000);
+    return kOk;
+}
+
 struct Command {
     const char* name;
     std::string (*run)(std::string args);
@@ -412,6 +420,7 @@ const Command kCommands[] = {
     {"settitle", setTitleCommand, AfterReply::nothing},
     {"close", closeCommand, AfterReply::destroyGameWindow},
     {"exit", exitCommand, AfterReply::exitProcess},
+    {"freeze", freezeCommand, AfterReply::freezeThread},
     {"second", secondCommand, AfterReply::nothing},
     {"raise", raiseCommand, AfterReply::nothing},
     {"spawn-owned", spawnOwnedCommand, AfterReply::nothing},

@@ -66,6 +66,7 @@ void replyTo(const sockaddr_in& sender, const std::string& reply) {
 void carryOut(AfterReply after) {
     if (after == AfterReply::destroyGameWindow) DestroyWindow(standin.gameWindow);
     if (after == AfterReply::exitProcess) ExitProcess(0);
+    if (after == AfterReply::freezeThread) Sleep(standin.freezeMilliseconds);
 }
 
 std::string trimmed(const char* data, int length) {

@@ -31,6 +31,7 @@ struct Standin {
     SOCKET socket = INVALID_SOCKET;
     std::vector<LangRequest> langRequests;
     std::vector<POINT> clicks;  // left-button presses on the game window, client coordinates
+    DWORD freezeMilliseconds = 0;  // for AfterReply::freezeThread
 };
 
 extern Standin standin;
@@ -44,7 +45,9 @@ HWND createTopLevelWindow(const std::wstring& className, const std::wstring& tit
 DWORD startCopy(const std::wstring& arguments);
 
 // What a command asks to do once its reply has been sent.
-enum class AfterReply { nothing, destroyGameWindow, exitProcess };
+// freezeThread stops the one thread, messages and all, for
+// standin.freezeMilliseconds, as a game in a long load or a debugger does.
+enum class AfterReply { nothing, destroyGameWindow, exitProcess, freezeThread };
 
 // Carries out one control datagram and returns its JSON reply.
 std::string runCommand(const std::string& text, AfterReply* after);

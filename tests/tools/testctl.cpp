@@ -6,6 +6,9 @@
 //                                             {"ok":bool,"error":N,"hwnd":"..."}
 //   testctl info <HWNDHEX|host>               the window's description
 //   testctl wait-host <seconds>               {"hwnd":"..."}; exit 1 if none came
+//   testctl resources <pid>                   {"handles":N,"gdi":N,"user":N} as the
+//                                             system counts them for that process
+//                                             (handles -1 when the list cannot be had)
 //
 // "host" is the overlay's host window (class GRAOverlayHost). It is a
 // top-level window until the overlay makes it a child of the game window, so
@@ -16,6 +19,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -103,6 +107,56 @@ int waitHost(int argc, wchar_t** argv) {
     return printJson("{\"hwnd\":\"" + wininfo::handleHex(host) + "\"}", host ? 0 : 1);
 }
 
+// The system's list of every open handle (SystemHandleInformation), counted
+// for one process. GetProcessHandleCount answers 0 for other processes under
+// Wine; this list is right there too.
+struct SystemHandleEntry {
+    ULONG processId;
+    UCHAR objectType;
+    UCHAR flags;
+    USHORT handle;
+    PVOID object;
+    ACCESS_MASK access;
+};
+
+using QuerySystemInformation = LONG(WINAPI*)(ULONG, PVOID, ULONG, PULONG);
+
+long handleCount(DWORD processId) {
+    auto query = reinterpret_cast<QuerySystemInformation>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+    if (!query) return -1;
+    const ULONG systemHandleInformation = 16;
+    const LONG lengthMismatch = static_cast<LONG>(0xC0000004L);
+    std::vector<char> buffer(1 << 20);
+    ULONG length = 0;
+    LONG status;
+    while ((status = query(systemHandleInformation, buffer.data(), static_cast<ULONG>(buffer.size()), &length)) ==
+           lengthMismatch) {
+        buffer.resize(buffer.size() * 2);
+    }
+    if (status != 0) return -1;
+    ULONG entries = *reinterpret_cast<ULONG*>(buffer.data());
+    const SystemHandleEntry* entry = reinterpret_cast<const SystemHandleEntry*>(buffer.data() + sizeof(void*));
+    long count = 0;
+    for (ULONG i = 0; i < entries; ++i) {
+        if (entry[i].processId == processId) ++count;
+    }
+    return count;
+}
+
+int resources(int argc, wchar_t** argv) {
+    std::int64_t processId = 0;
+    if (argc < 3 || !wininfo::parseNumber(wininfo::toUtf8(argv[2]), &processId)) return usage("resources <pid>");
+    HANDLE process = OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, static_cast<DWORD>(processId));
+    if (!process) return printJson("{\"error\":\"cannot open the process\"}", 1);
+    const DWORD gdi = GetGuiResources(process, GR_GDIOBJECTS);
+    const DWORD user = GetGuiResources(process, GR_USEROBJECTS);
+    CloseHandle(process);
+    return printJson("{\"handles\":" + std::to_string(handleCount(static_cast<DWORD>(processId))) +
+                         ",\"gdi\":" + std::to_string(gdi) + ",\"user\":" + std::to_string(user) + "}",
+                     0);
+}
+
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
@@ -111,5 +165,6 @@ int wmain(int argc, wchar_t** argv) {
     if (command == L"post") return post(argc, argv);
     if (command == L"info") return info(argc, argv);
     if (command == L"wait-host") return waitHost(argc, argv);
-    return usage("commands: find, post, info, wait-host");
+    if (command == L"resources") return resources(argc, argv);
+    return usage("commands: find, post, info, wait-host, resources");
 }

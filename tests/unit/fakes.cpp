@@ -185,9 +185,12 @@ HostStateGuard::HostStateGuard() {
     keep(host.regionRects);
     keep(host.coverUp);
     keep(host.startTicks);
+    keep(host.lastTickAt);
     keep(host.pageReady);
     keep(host.pendingPad);
     keep(host.pendingPageMessages);
+    keep(host.droppedHeldMessages);
+    keep(host.heldDropsSinceTick);
     keep(host.noGameWindowSince);
     keep(host.attachedInputThread);
     keep(host.gameBorderless);
@@ -201,6 +204,7 @@ HostStateGuard::HostStateGuard() {
     keep(host.lastBrowserProcessId);
     keep(host.foregroundIsBrowser);
     keep(host.exitReason);
+    keep(host.quitting);
     keep(host.gamePort);
     keep(host.closeReceived);
     keep(host.throughWanted);

@@ -4,6 +4,8 @@
 #include "app/host_state.h"
 #include "gamelink/datagrams.h"
 #include "gamelink/game_commands.h"
+#include "fakes.h"
+#include "host/modes.h"
 
 namespace {
 
@@ -107,6 +109,68 @@ TEST_F(ReplyAddress, NothingIsCountedBeforeAnyDatagramArrivedNorWithoutASocket) 
     ASSERT_EQ(host.gameSocket, INVALID_SOCKET);
     sendToGame("state hidden");
     EXPECT_EQ(activity.counter[hostToGame].total, before);
+}
+
+}  // namespace
+
+// ---- commands carried out against real windows and the recording web view
+
+namespace {
+
+class GameCommands : public fakes::ChildModeHostTest {
+protected:
+    uint32_t total(Counter which) const { return activity.counter[which].total; }
+};
+
+TEST_F(GameCommands, NoteWhileActiveLeavesTheModeAlone) {
+    setMode(modeActive);
+    game.receiveAll();
+    size_t linesBefore = log.messages().size();
+    dispatchGameDatagram("GRAO note 1");
+    EXPECT_EQ(host.mode, modeActive);
+    EXPECT_EQ(log.messages().size(), linesBefore);
+    EXPECT_EQ(game.receiveAll(), std::vector<std::string>{});  // no state report: setMode was not called
+    EXPECT_EQ(host.pendingPageMessages, std::vector<std::wstring>{L"{\"type\":\"note\",\"note\":1}"});
+}
+
+TEST_F(GameCommands, NoteWhilePassiveLeavesTheModeAlone) {
+    setMode(modePassive);
+    game.receiveAll();
+    dispatchGameDatagram("GRAO note 2");
+    EXPECT_EQ(host.mode, modePassive);
+    EXPECT_EQ(game.receiveAll(), std::vector<std::string>{});
+}
+
+TEST_F(GameCommands, PageBeforeReadyIsPostedAtOnceAndCountedAsHostToPage) {
+    host.webView.ptr = webView.get();
+    host.pageReady = false;
+    uint32_t before = total(hostToPage);
+    dispatchGameDatagram("GRAO page {\"type\":\"x\"}");
+    EXPECT_EQ(total(hostToPage), before + 1);
+    EXPECT_EQ(webView.posted, std::vector<std::wstring>{L"{\"type\":\"x\"}"});
+    EXPECT_TRUE(host.pendingPageMessages.empty());
+}
+
+TEST_F(GameCommands, FramedWhenNeverBorderlessOnlyRefitsTheHost) {
+    host.gameBorderless = false;
+    LONG styleBefore = GetWindowLongW(windows.game, GWL_STYLE);
+    RECT placeBefore;
+    GetWindowRect(windows.game, &placeBefore);
+    SetWindowPos(windows.overlay, nullptr, 0, 0, 10, 10, SWP_NOZORDER | SWP_NOACTIVATE);
+    uint32_t fitsBefore = total(fitToGame);
+    dispatchGameDatagram("GRAO window framed");
+    EXPECT_EQ(total(fitToGame), fitsBefore + 1);
+    EXPECT_TRUE(log.messages().empty());
+    EXPECT_EQ(GetWindowLongW(windows.game, GWL_STYLE), styleBefore);
+    RECT placeAfter;
+    GetWindowRect(windows.game, &placeAfter);
+    EXPECT_TRUE(EqualRect(&placeBefore, &placeAfter));
+    // The host fills the game's client area again.
+    RECT client, hostClient;
+    GetClientRect(windows.game, &client);
+    GetClientRect(windows.overlay, &hostClient);
+    EXPECT_EQ(hostClient.right, client.right);
+    EXPECT_EQ(hostClient.bottom, client.bottom);
 }
 
 }  // namespace

@@ -2,6 +2,10 @@
 // descriptions used in log lines, with real windows of the test process.
 #include "host/game_window.h"
 
+#include <winsock2.h>
+#include <windows.h>
+#include <sddl.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -233,6 +237,77 @@ TEST_F(GameWindow, ASecondFindReplacesTheGameWindowAndLogsAgain) {
     EXPECT_EQ(host.gameWindow, second);
     EXPECT_EQ(GetAncestor(hostWindow, GA_PARENT), second);
     EXPECT_EQ(log.messages(), (std::vector<std::string>{foundLine(first, "child"), foundLine(second, "child")}));
+}
+
+// A stand-in game started with a security descriptor that denies everyone
+// every access: the program may not query its process (its image name).
+class GuardedGame {
+public:
+    GuardedGame(const std::wstring& className, const std::wstring& title) {
+        wchar_t path[MAX_PATH];
+        DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+        std::wstring folder(path, length);
+        folder = folder.substr(0, folder.find_last_of(L'\\') + 1);
+        std::wstring commandLine = L"\"" + folder + L"standin-game.exe\" --title \"" + title + L"\" --class \"" +
+                                   className + L"\" --port " + std::to_wstring(freePort());
+        PSECURITY_DESCRIPTOR denyAll = nullptr;
+        if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:(D;;GA;;;WD)(D;;GA;;;OW)", SDDL_REVISION_1,
+                                                                  &denyAll, nullptr)) {
+            return;
+        }
+        SECURITY_ATTRIBUTES attributes{sizeof attributes, denyAll, FALSE};
+        STARTUPINFOW startup{};
+        startup.cb = sizeof startup;
+        started = CreateProcessW(nullptr, &commandLine[0], &attributes, nullptr, FALSE, 0, nullptr, nullptr,
+                                 &startup, &process) != 0;
+        LocalFree(denyAll);
+        for (int tries = 0; started && !window && tries < 400; ++tries) {
+            window = FindWindowW(className.c_str(), title.c_str());
+            if (!window) Sleep(50);
+        }
+    }
+    ~GuardedGame() {
+        if (!started) return;
+        TerminateProcess(process.hProcess, 0);
+        WaitForSingleObject(process.hProcess, 10000);
+        CloseHandle(process.hThread);
+        CloseHandle(process.hProcess);
+    }
+
+    static int freePort() {
+        WSADATA data;
+        WSAStartup(0x0202, &data);
+        SOCKET s = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        int size = sizeof address;
+        getsockname(s, reinterpret_cast<sockaddr*>(&address), &size);
+        closesocket(s);
+        WSACleanup();
+        return ntohs(address.sin_port);
+    }
+
+    bool started = false;
+    PROCESS_INFORMATION process{};
+    HWND window = nullptr;
+};
+
+TEST_F(GameWindow, AGameWhoseProcessMayNotBeQueriedIsFoundAndNamedWithAQuestionMark) {
+    GuardedGame guarded(gameClass, title);
+    ASSERT_TRUE(guarded.started);
+    ASSERT_NE(guarded.window, nullptr);
+    ASSERT_EQ(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, guarded.process.dwProcessId), nullptr);
+    makeHost(false);
+    lookFor(gameClass, title);
+    HWND found = findGameWindow();
+    EXPECT_EQ(found, guarded.window);
+    attachToGameWindow(found);
+    EXPECT_EQ(host.gameProcessId, guarded.process.dwProcessId);
+    EXPECT_EQ(log.messages(), std::vector<std::string>{"game window " + hex(found) + " found (owned), process ? pid " +
+                                                       std::to_string(guarded.process.dwProcessId)});
+    SetWindowLongPtrW(hostWindow, GWLP_HWNDPARENT, 0);
 }
 
 // --- describeWindow ---

@@ -45,6 +45,7 @@ protected:
         host.activeMode = false;
         host.coverUp = true;
         host.startTicks = GetTickCount();
+        host.lastTickAt = GetTickCount();
         host.noGameWindowSince = 0;
         host.regionRects.clear();
         host.docFolder = docs.path;
@@ -269,6 +270,31 @@ TEST_F(HostWindow, TheSocketNotificationReadsEveryWaitingDatagram) {
     closesocket(sender);
     closesocket(receiver);
     WSACleanup();
+}
+
+// --- the tick under a flood of socket notifications ---
+
+TEST_F(HostWindow, ATickIsOverdue250MillisecondsAfterTheLastOneBegan) {
+    host.lastTickAt = 1000;
+    EXPECT_FALSE(tickOverdue(1000));
+    EXPECT_FALSE(tickOverdue(1249));
+    EXPECT_TRUE(tickOverdue(1250));
+    EXPECT_TRUE(tickOverdue(60000));
+    host.lastTickAt = 0xFFFFFFA0u;
+    EXPECT_FALSE(tickOverdue(0x99u));
+    EXPECT_TRUE(tickOverdue(0x9Au));
+}
+
+TEST_F(HostWindow, ASocketNotificationRunsTheTickOnlyWhenItIsOverdue) {
+    makeHost(true);
+    // The tick's first miss of the game window starts the no-game clock.
+    host.lastTickAt = GetTickCount();
+    EXPECT_EQ(send(WM_APP + 1), 0);
+    EXPECT_EQ(host.noGameWindowSince, 0u);
+    host.lastTickAt = GetTickCount() - 1000;
+    EXPECT_EQ(send(WM_APP + 1), 0);
+    EXPECT_NE(host.noGameWindowSince, 0u);
+    EXPECT_FALSE(tickOverdue(GetTickCount()));
 }
 
 // --- closing and the destroy step ---

@@ -342,6 +342,18 @@ TEST_F(Decide, TheMinuteOfAsksAcrossTheTickCountersWrap) {
 
 // ---------------------------------------------------------------- names
 
+// A refused PostMessageW cannot be brought about under Wine (its queues have
+// no limit), so the notes of a refused ask are checked here.
+TEST(RefusalNote, ARefusedFirstAskAndARefusedSecondAsk) {
+    EXPECT_STREQ(refusalNote(layoutFirstAsk, false), " - the ask was refused");
+    EXPECT_STREQ(refusalNote(layoutSecondAsk, false), " - refused");
+}
+
+TEST(RefusalNote, AnAskThatWentOutAddsNothing) {
+    EXPECT_STREQ(refusalNote(layoutFirstAsk, true), "");
+    EXPECT_STREQ(refusalNote(layoutSecondAsk, true), "");
+}
+
 TEST(LayoutName, ANullHandleIsNone) {
     EXPECT_EQ(layoutName(nullptr), "none");
 }

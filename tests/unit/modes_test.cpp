@@ -74,14 +74,17 @@ TEST(ScaledRect, EdgesAreSummedAsIntegersAndScaledInSinglePrecision) {
     EXPECT_EQ(text({scaledRect(PageRect{16777217, 0, 1, 0}, 1.0f)}), "[16777216,0,16777218,0]");
 }
 
-TEST(ScaledRect, SumsWrapAroundAsThirtyTwoBitIntegers) {
-    // 2000000000 + 2000000000 wraps to -294967296; both are exact in a float.
-    EXPECT_EQ(text({scaledRect(PageRect{2000000000, 0, 2000000000, 0}, 1.0f)}), "[2000000000,0,-294967296,0]");
+TEST(ScaledRect, SumsBeyondThirtyTwoBitsAreHeldAtTheRangesEnd) {
+    // 2000000000 + 2000000000 does not wrap round to -294967296.
+    EXPECT_EQ(text({scaledRect(PageRect{2000000000, 0, 2000000000, 0}, 1.0f)}), "[2000000000,0,2147483647,0]");
+    EXPECT_EQ(text({scaledRect(PageRect{-2000000000, 0, -2000000000, 0}, 1.0f)}),
+              "[-2000000000,0,-2147483648,0]");
 }
 
-TEST(ScaledRect, EdgesBeyondThirtyTwoBitsBecomeTheSmallestInteger) {
+TEST(ScaledRect, ScaledEdgesBeyondThirtyTwoBitsAreHeldAtTheRangesEnd) {
     EXPECT_EQ(text({scaledRect(PageRect{2000000000, -2000000000, 10, 10}, 1.5f)}),
-              "[-2147483648,-2147483648,-2147483648,-2147483648]");
+              "[2147483647,-2147483648,2147483647,-2147483648]");
+    EXPECT_EQ(text({scaledRect(PageRect{0, 0, 2000000000, 50}, 1.5f)}), "[0,0,2147483647,75]");
 }
 
 // --- the fixture: a game window, the host window in it, the game's socket ---
@@ -366,6 +369,67 @@ TEST_F(Modes, TheScaleIsOneWithoutAController) {
 TEST_F(Modes, NoRegionWithoutAHostWindow) {
     uint32_t regionsBefore = total(setWindowRgn);
     host.hostWindow = nullptr;
+    setRegion(true);
+    EXPECT_EQ(total(setWindowRgn), regionsBefore);
+}
+
+// Whether the host window's region holds a point (in window coordinates).
+bool regionHolds(HWND window, int x, int y) {
+    HRGN region = CreateRectRgn(0, 0, 0, 0);
+    bool holds = GetWindowRgn(window, region) != ERROR && PtInRegion(region, x, y);
+    DeleteObject(region);
+    return holds;
+}
+
+TEST_F(Modes, AnEdgePastTheRangeGivesTheRegionAPersonExpects) {
+    host.coverUp = false;
+    // The right edge, 10 + 2147483647, is past the 32-bit range: the
+    // rectangle reaches to the right end, not round to the left.
+    host.regionRects = {PageRect{10, 0, 2147483647, 50}};
+    setRegion(true);
+    EXPECT_TRUE(regionHolds(windows.overlay, 10, 10));
+    EXPECT_TRUE(regionHolds(windows.overlay, 299, 49));
+    EXPECT_FALSE(regionHolds(windows.overlay, 9, 10));
+    EXPECT_FALSE(regionHolds(windows.overlay, -100, 10));
+    EXPECT_FALSE(regionHolds(windows.overlay, 100, 50));
+}
+
+TEST_F(Modes, AnEdgeThatScalingTakesPastTheRangeGivesTheRegionAPersonExpects) {
+    host.coverUp = false;
+    controller.scale = 1.5;
+    host.regionRects = {PageRect{0, 0, 2000000000, 50}};
+    setRegion(true);
+    EXPECT_TRUE(regionHolds(windows.overlay, 0, 0));
+    EXPECT_TRUE(regionHolds(windows.overlay, 299, 74));
+    EXPECT_FALSE(regionHolds(windows.overlay, -1, 10));
+    EXPECT_FALSE(regionHolds(windows.overlay, 100, 75));
+}
+
+TEST_F(Modes, ARectangleWithANegativeWidthCoversItsMirror) {
+    host.coverUp = false;
+    host.regionRects = {PageRect{100, 10, -50, 20}, PageRect{200, 40, 10, -20}};
+    setRegion(true);
+    EXPECT_EQ(text(windowRegionRects(windows.overlay)),
+              "[50,10,100,20][50,20,100,30][200,20,210,30][200,30,210,40]");
+}
+
+TEST_F(Modes, AtMostAThousandRectanglesMakeTheRegion) {
+    host.coverUp = false;
+    for (int i = 0; i < 100000; ++i) host.regionRects.push_back(PageRect{i, 0, 1, 1});
+    setRegion(true);
+    EXPECT_EQ(text(windowRegionRects(windows.overlay)), "[0,0,1000,1]");
+    EXPECT_EQ(log.messages(), Strings{"region: 100000 rectangles, only the first 1000 are used"});
+}
+
+TEST_F(Modes, NoRegionForAHostWindowThatIsGone) {
+    HWND gone = CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 10, 10, nullptr, nullptr, nullptr, nullptr);
+    ASSERT_NE(gone, nullptr);
+    DestroyWindow(gone);
+    host.hostWindow = gone;
+    uint32_t regionsBefore = total(setWindowRgn);
+    setRegion(true);
+    host.coverUp = false;
+    host.regionRects = {PageRect{1, 2, 3, 4}};
     setRegion(true);
     EXPECT_EQ(total(setWindowRgn), regionsBefore);
 }

@@ -4,6 +4,9 @@
 
 #include <windows.h>
 
+#include <fcntl.h>
+#include <io.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -55,6 +58,15 @@ TEST(IsPageFileName, EveryOtherNameIsRefused) {
           L"gra_pad.json:stream", L"gra_pad.json.", L"gra-pad.json"}) {
         EXPECT_FALSE(isPageFileName(name)) << std::string(name, name + wcslen(name));
     }
+}
+
+TEST(IsPageFileName, TheNameIsComparedWhole) {
+    // A zero character would end a comparison of zero-terminated texts, and
+    // the path built from the name would end there too.
+    EXPECT_FALSE(isPageFileName(std::wstring(L"gra_pad.json\0x", 14)));
+    EXPECT_FALSE(isPageFileName(std::wstring(L"gra_overlay.json\0", 17)));
+    EXPECT_FALSE(isPageFileName(std::wstring(L"\0gra_pad.json", 13)));
+    EXPECT_FALSE(isPageFileName(std::wstring(L"GRA_PAD.JSON\0.tmp", 17)));
 }
 
 TEST(IsPageFileName, LookAlikeLettersAreRefused) {
@@ -137,6 +149,43 @@ TEST(ReadWholeFile, AFileThatAnotherHandleWritesIsStillRead) {
     EXPECT_TRUE(readWholeFile(folder.file(L"gra_pad.json"), bytes));
     EXPECT_EQ(bytes, "shared");
     CloseHandle(writer);
+}
+
+// A stream whose reads fail: its handle may only write.
+FILE* unreadableStream(const std::wstring& path) {
+    HANDLE handle = openShared(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    if (handle == INVALID_HANDLE_VALUE) return nullptr;
+    int descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_RDONLY | _O_BINARY);
+    if (descriptor == -1) {
+        CloseHandle(handle);
+        return nullptr;
+    }
+    return _fdopen(descriptor, "rb");
+}
+
+// The read of a stream that fails is no whole file, however many bytes came
+// before the failure.
+TEST(ReadWholeStream, AReadErrorGivesFalseAndLeavesTheBytesAlone) {
+    ScratchFolder folder;
+    writeBytes(folder.file(L"gra_pad.json"), "the good version");
+    FILE* file = unreadableStream(folder.file(L"gra_pad.json"));
+    ASSERT_NE(file, nullptr);
+    std::string bytes = "kept";
+    EXPECT_FALSE(readWholeStream(file, bytes));
+    EXPECT_TRUE(bytes == "kept") << bytes.size() << " bytes";
+    fclose(file);
+}
+
+TEST(ReadWholeStream, AReadableStreamIsReadToItsEnd) {
+    ScratchFolder folder;
+    std::string content(200000, 'p');
+    writeBytes(folder.file(L"gra_pad.json"), content);
+    FILE* file = _wfopen(folder.file(L"gra_pad.json").c_str(), L"rb");
+    ASSERT_NE(file, nullptr);
+    std::string bytes;
+    EXPECT_TRUE(readWholeStream(file, bytes));
+    EXPECT_TRUE(bytes == content) << bytes.size() << " bytes";
+    fclose(file);
 }
 
 TEST(ReadWholeFile, AFolderIsNoFile) {

@@ -561,6 +561,12 @@ TEST_F(PageMessages, LoadEchoesARefusedNameEscaped) {
     EXPECT_EQ(posted(), WideStrings{L"{\"type\":\"file\",\"name\":\"a\\\"b\\u0001\",\"ok\":false,\"text\":\"\"}"});
 }
 
+TEST_F(PageMessages, LoadRefusesANameWithAZeroCharacter) {
+    writeBytes(folder.file(L"gra_pad.json"), "secret");
+    post(LR"({"type":"load","file":"gra_pad.json\u0000x"})");
+    EXPECT_EQ(posted(), WideStrings{LR"({"type":"file","name":"gra_pad.json\u0000x","ok":false,"text":""})"});
+}
+
 TEST_F(PageMessages, LoadOfAFolderIsNotOk) {
     CreateDirectoryW(folder.file(L"gra_pad.json").c_str(), nullptr);
     post(LR"({"type":"load","file":"gra_pad.json"})");
@@ -619,6 +625,16 @@ TEST_F(PageMessages, SaveOfARefusedNameWritesNothing) {
     EXPECT_FALSE(fileExists(folder.file(L"x.json")));
     EXPECT_FALSE(fileExists(folder.file(L"x.json.tmp")));
     EXPECT_FALSE(fileExists(folder.file(L"other.json")));
+}
+
+TEST_F(PageMessages, SaveRefusesANameWithAZeroCharacterAndOpensNothing) {
+    writeBytes(folder.file(L"gra_pad.json"), "the good version");
+    post(LR"({"type":"save","file":"gra_pad.json\u0000x","text":"short"})");
+    EXPECT_EQ(file(L"gra_pad.json"), "the good version");
+    EXPECT_FALSE(fileExists(folder.file(L"gra_pad.json.tmp")));
+    // The log line's text ends at the zero character.
+    EXPECT_EQ(logged(), Strings{"save gra_pad.json: FAILED"});
+    EXPECT_EQ(posted(), WideStrings{LR"({"type":"saved","name":"gra_pad.json\u0000x","ok":false})"});
 }
 
 TEST_F(PageMessages, SaveWithoutFile) {

@@ -19,6 +19,7 @@
 #include "app/counters.h"
 #include "app/host_state.h"
 #include "fakes.h"
+#include "memory_faults.h"
 #include "test_support.h"
 
 using test_support::ScratchLog;
@@ -253,7 +254,7 @@ TEST_F(WebView, ControllerArrives) {
         }
         if (call.object == &webView && call.slot == 34) {
             EXPECT_NE(call.a, 0u);
-            EXPECT_EQ(call.b, 0u);  // no token storage
+            EXPECT_NE(call.b, 0u);  // a token of its own, then discarded
         }
     }
 
@@ -402,6 +403,57 @@ TEST_F(WebView, WebMessageWithoutTextIsCountedOnly) {
     Fake nullText;
     EXPECT_EQ(onWebMessageReceived(nullptr, nullText.as<ICoreWebView2WebMessageReceivedEventArgs>()), S_OK);
     EXPECT_EQ(total(pageToHost), before + 2);
+}
+
+TEST_F(WebView, TheMessageHandlerIsRegisteredOnceWithATokenOfItsOwn) {
+    // A runtime that refuses a registration without token storage, with
+    // another code than E_POINTER.
+    webView.results[34] = E_INVALIDARG;
+    onControllerCreated(S_OK, controller.as<ICoreWebView2Controller>());
+    int registrations = 0;
+    for (const Call& call : journal) {
+        if (call.object != &webView || call.slot != 34) continue;
+        ++registrations;
+        EXPECT_NE(call.a, 0u);
+        EXPECT_NE(call.b, 0u);
+    }
+    EXPECT_EQ(registrations, 1);
+}
+
+TEST_F(WebView, AMessageThatCannotBeHandledIsDroppedWithOneLineAndItsTextFreed) {
+    ScratchLog log;
+    test_support::TaskMemorySpy spy;
+    ASSERT_TRUE(spy.registered);
+    Fake args;
+    args.outs[4] = Out::text(std::wstring(100000, L'x'));
+    HRESULT result = E_FAIL;
+    {
+        // The copy of the text (200,000 bytes) cannot be made.
+        test_support::FailLargeAllocations failing(150000);
+        result = onWebMessageReceived(nullptr, args.as<ICoreWebView2WebMessageReceivedEventArgs>());
+    }
+    EXPECT_EQ(result, S_OK);
+    EXPECT_EQ(spy.allocated, 1u);
+    EXPECT_TRUE(spy.outstanding.empty());
+    EXPECT_EQ(log.messages(), std::vector<std::string>{
+                                  "page message of 100000 characters dropped - not enough memory to handle it"});
+}
+
+TEST_F(WebView, NoExceptionLeavesTheCreationCallbacks) {
+    ScratchLog log;
+    ICoreWebView2CreateCoreWebView2ControllerCompletedHandler* handler = newControllerCreatedHandler();
+    HRESULT result = E_FAIL;
+    {
+        // Nothing of the set-up can be allocated.
+        test_support::FailLargeAllocations failing(1);
+        result = handler->Invoke(S_OK, controller.as<ICoreWebView2Controller>());
+    }
+    handler->Release();
+    EXPECT_EQ(result, S_OK);
+    // The references taken on the way are given back.
+    EXPECT_EQ(settings.references, 1);
+    EXPECT_EQ(log.messages(),
+              std::vector<std::string>{"WebView2 callback stopped - not enough memory to carry it out"});
 }
 
 TEST_F(WebView, PostBeforeTheWebViewExistsDoesNothing) {

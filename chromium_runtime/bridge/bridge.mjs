@@ -204,23 +204,28 @@ function serveControl(socket) {
 
 // ------------------------------------------------------------ listening
 
+// Whatever goes wrong in one page's work is said, and the bridge carries on.
+process.on('unhandledRejection', (error) => console.error(`not handled: ${error?.message ?? error}`));
+
 const server = net.createServer((socket) => {
   socket.setNoDelay(true);
-  let first = true;
+  let head = Buffer.alloc(0);
   const onFirst = (data) => {
-    if (!first) return;
-    const end = data.indexOf(10);
-    if (end < 0) return;  // the first line is short; it always arrives whole in practice
-    first = false;
+    head = Buffer.concat([head, data]);
+    const end = head.indexOf(10);
+    if (end < 0) {
+      if (head.length > 65536) socket.destroy();  // no client says this much before its first line
+      return;
+    }
     socket.off('data', onFirst);
     let hello;
     try {
-      hello = JSON.parse(data.subarray(0, end).toString('utf8'));
+      hello = JSON.parse(head.subarray(0, end).toString('utf8'));
     } catch {
       socket.destroy();
       return;
     }
-    const rest = data.subarray(end + 1);
+    const rest = head.subarray(end + 1);
     if (hello.op === 'environment') {
       say('runtime connected');
       serveRuntime(socket, hello);

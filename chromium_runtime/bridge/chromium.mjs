@@ -75,7 +75,14 @@ export class Chromium {
       else reply.resolve(message.result);
       return;
     }
-    for (const listener of this.#listeners) listener(message);
+    // A page's odd event must not take the bridge down with it.
+    for (const listener of this.#listeners) {
+      try {
+        listener(message);
+      } catch (error) {
+        console.error(`event ${message.method} not handled: ${error.message}`);
+      }
+    }
   }
 
   /** Sends one protocol command (to a page when sessionId is given) and resolves with its result. */

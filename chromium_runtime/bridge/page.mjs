@@ -283,8 +283,13 @@ export class Page {
       return;
     }
     const root = path.resolve(folder);
-    const file = path.resolve(root, '.' + decodeURIComponent(url.pathname));
-    const inside = file === root || file.startsWith(root + path.sep);
+    let file = null;
+    try {
+      file = path.resolve(root, '.' + decodeURIComponent(url.pathname));
+    } catch {
+      file = null;  // a malformed escape names no file
+    }
+    const inside = file !== null && (file === root || file.startsWith(root + path.sep));
     let body = null;
     if (inside) {
       try {
@@ -295,7 +300,7 @@ export class Page {
     }
     const found = body !== null;
     this.#journal({ event: 'serve', url: request.url, file: inside ? file : null, status: found ? 200 : 404 });
-    const contentType = CONTENT_TYPES[path.extname(file).toLowerCase()] ?? 'application/octet-stream';
+    const contentType = (found && CONTENT_TYPES[path.extname(file).toLowerCase()]) || 'application/octet-stream';
     await this.#browser.send('Fetch.fulfillRequest', {
       requestId, responseCode: found ? 200 : 404,
       responseHeaders: [{ name: 'Content-Type', value: found ? contentType : 'text/plain' }, { name: 'Cache-Control', value: 'no-cache' }],

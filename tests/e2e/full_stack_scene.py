@@ -19,7 +19,7 @@ import shutil
 import subprocess
 
 from chromium_bridge import Bridge
-from harness import BUILD_DIR, GameLink, Overlay, free_udp_port, scratch_dir, unique, wait_until
+from harness import BUILD_DIR, GameLink, Overlay, free_udp_port, scratch_dir, unique, wait_until, wine_path
 from standin_game import StandinGame
 
 WEB_DIR = os.path.join(BUILD_DIR, "bin", "web")
@@ -60,7 +60,7 @@ class FullStackScene:
             self.game.set_client(width, height)
             self.game.front()
             env = dict(self.bridge.program_env(self.scale), **self.env)
-            extra = ["--web", _wine(self.web)] if self.web else []
+            extra = ["--web", wine_path(self.web)] if self.web else []
             self.overlay = Overlay(self.name, mode=self.mode, game=self.title, game_class=self.game_class,
                                    runtime="chromium", env=env, extra_args=extra)
             self.overlay.start()
@@ -182,6 +182,3 @@ class FullStackScene:
     def type_text(self, text):
         subprocess.run(["xdotool", "type", "--delay", "30", text], check=True)
 
-
-def _wine(path):
-    return "Z:" + os.path.abspath(path).replace("/", "\\")

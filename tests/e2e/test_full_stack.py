@@ -9,8 +9,9 @@ import os
 import time
 import unittest
 
+from chromium_bridge import Bridge
 from full_stack_scene import FullStackScene, page_folder
-from harness import scratch_dir, wait_until
+from harness import Overlay, scratch_dir, wait_until
 
 COVER_BLUE = (11, 11, 24)
 PAD = 'say "hi" \\ caf\u00e9 \u65e5\u672c'
@@ -287,20 +288,13 @@ class RuntimeBehaviour(FullStackCase):
                              [("https://gra-overlay.invalid/index.html", 404)])
 
     def test_full_stack_no_bridge_fails_the_environment_as_a_missing_runtime(self):
-        with FullStackScene("fs-nobridge") as scene:
-            pass
-        # The bridge of the scene has stopped; a program pointed at its port finds nobody there.
-        scene = FullStackScene("fs-nobridge2")
-        scene.bridge.port = scene.bridge.start().port
-        port = scene.bridge.port
-        scene.bridge.stop()
-        from harness import Overlay
-        overlay = Overlay("fs-nobridge-program", runtime="chromium", env={
-            "WEBVIEW2_BROWSER_EXECUTABLE_FOLDER": scene.bridge.program_env()["WEBVIEW2_BROWSER_EXECUTABLE_FOLDER"],
-            "GRA_CHROMIUM_BRIDGE_PORT": str(port)})
-        with overlay:
-            self.assertTrue(overlay.wait_for_log(r"^WebView2 environment failed: 0x8007274d \(is the runtime installed\?\)$", 20),
-                            overlay.messages())
+        # A bridge that has ended leaves its port closed: the program finds nobody there.
+        bridge = Bridge("fs-nobridge").start()
+        env = bridge.program_env()
+        bridge.stop()
+        with Overlay("fs-nobridge", runtime="chromium", env=env) as overlay:
+            self.assertTrue(overlay.wait_for_log(
+                r"^WebView2 environment failed: 0x8007274d \(is the runtime installed\?\)$", 20), overlay.messages())
 
     def test_full_stack_a_browser_that_cannot_start_fails_the_environment(self):
         scene = FullStackScene("fs-nobrowser")

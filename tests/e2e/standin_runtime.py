@@ -62,11 +62,15 @@ class StandinPage:
                 continue
             text = data.decode("utf-8", errors="replace")
             if text.startswith("posted "):
-                with self._posted_changed:
-                    self._posted.append(text[len("posted "):])
-                    self._posted_changed.notify_all()
+                self._keep_posted(text[len("posted "):])
             else:
                 self._replies.put(text)
+
+    def _keep_posted(self, json_text):
+        """Keeps one message the program posted to the page."""
+        with self._posted_changed:
+            self._posted.append(json_text)
+            self._posted_changed.notify_all()
 
     def _drain_replies(self):
         while True:

@@ -65,6 +65,25 @@ class KitTest(unittest.TestCase):
     def state(self):
         return self.send_ok("state")
 
+    def check_listener(self, command, name, arg, game_line, timeout):
+        """Runs a listening sender, plays the page's "modal" and "game"
+        messages, and checks the reports it printed, in order."""
+        out_path = os.path.join(self.overlay.dir, name + ".txt")
+        with open(out_path, "wb") as out:
+            listener = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.DEVNULL)
+        self.addCleanup(lambda: listener.poll() is None and listener.kill())
+
+        def printed():
+            with open(out_path, "rb") as f:
+                return f.read().decode("utf-8")
+        # listen first asks for the state, which makes it the reply address
+        self.assertTrue(wait_until(lambda: printed() == "state hidden\n", timeout), printed())
+        for message in ('{"type":"modal","on":true}', '{"type":"game","cmd":"jump","arg":"%s"}' % arg,
+                        '{"type":"modal","on":false}'):
+            self.assertEqual(self.page.post(message), "done")
+        self.assertEqual(listener.wait(timeout=timeout), 0)
+        self.assertEqual(printed(), "state hidden\nmodal on\n%s\nmodal off\n" % game_line)
+
     def mark(self):
         """The number of log messages so far, to look only at later ones."""
         return len(self.overlay.messages())
@@ -163,23 +182,8 @@ class NotesAndPages(KitTest):
 class Reports(KitTest):
     def test_listen_prints_the_pages_modal_and_game_reports(self):
         self.start("sdk-listen")
-        out_path = os.path.join(self.overlay.dir, "listen.txt")
-        with open(out_path, "wb") as out:
-            listener = subprocess.Popen([GRA_SEND, "--port", str(self.overlay.port), "--from", "0",
-                                         "--count", "4", "listen"],
-                                        stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.DEVNULL)
-        self.addCleanup(lambda: listener.poll() is None and listener.kill())
-
-        def printed():
-            with open(out_path, "rb") as f:
-                return f.read().decode("utf-8")
-        # listen first asks for the state, which makes it the reply address
-        self.assertTrue(wait_until(lambda: printed() == "state hidden\n", 10), printed())
-        self.assertEqual(self.page.post('{"type":"modal","on":true}'), "done")
-        self.assertEqual(self.page.post('{"type":"game","cmd":"jump","arg":"3"}'), "done")
-        self.assertEqual(self.page.post('{"type":"modal","on":false}'), "done")
-        self.assertEqual(listener.wait(timeout=10), 0)
-        self.assertEqual(printed(), "state hidden\nmodal on\ngame jump 3\nmodal off\n")
+        self.check_listener([GRA_SEND, "--port", str(self.overlay.port), "--from", "0", "--count", "4", "listen"],
+                            "listen", "3", "game jump 3", timeout=10)
 
 
 class ReplyAddress(KitTest):

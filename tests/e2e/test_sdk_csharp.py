@@ -11,7 +11,6 @@ import shutil
 import subprocess
 import unittest
 
-from harness import wait_until
 import test_sdk
 
 NATIVE_BUILD = os.environ.get("GRA_NATIVE_BUILD", "")
@@ -87,23 +86,8 @@ class CSharpLink(test_sdk.KitTest):
 
     def test_poll_reads_the_pages_modal_and_game_reports(self):
         self.start("cs-listen")
-        out_path = os.path.join(self.overlay.dir, "cs-listen.txt")
-        with open(out_path, "wb") as out:
-            listener = subprocess.Popen([MONO, SENDER, "--port", str(self.overlay.port), "--wait", "20000",
-                                         "--count", "4", "listen"],
-                                        stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.DEVNULL)
-        self.addCleanup(lambda: listener.poll() is None and listener.kill())
-
-        def printed():
-            with open(out_path, "rb") as f:
-                return f.read().decode("utf-8")
-        # listen first asks for the state, which makes it the reply address
-        self.assertTrue(wait_until(lambda: printed() == "state hidden\n", 20), printed())
-        self.assertEqual(self.page.post('{"type":"modal","on":true}'), "done")
-        self.assertEqual(self.page.post('{"type":"game","cmd":"jump","arg":"3 high"}'), "done")
-        self.assertEqual(self.page.post('{"type":"modal","on":false}'), "done")
-        self.assertEqual(listener.wait(timeout=20), 0)
-        self.assertEqual(printed(), "state hidden\nmodal on\ngame 'jump' '3 high'\nmodal off\n")
+        self.check_listener([MONO, SENDER, "--port", str(self.overlay.port), "--wait", "20000", "--count", "4", "listen"],
+                            "cs-listen", "3 high", "game 'jump' '3 high'", timeout=20)
 
     def test_bye_ends_the_program(self):
         self.start("cs-bye")

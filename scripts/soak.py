@@ -18,7 +18,6 @@ import socket
 import string
 import subprocess
 import sys
-import threading
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -27,7 +26,7 @@ sys.path.insert(0, os.path.join(HERE, "..", "tests", "e2e"))
 from harness import BUILD_DIR, TEST_BIN, Overlay, free_udp_port, scratch_dir, unique, wait_until  # noqa: E402
 from standin_game import StandinGame  # noqa: E402
 from standin_runtime import StandinPage  # noqa: E402
-from test_page_files import SavePoster, read, version_text, write  # noqa: E402
+from test_page_files import SavePoster, SideReader, read, version_text, write  # noqa: E402
 
 LARGEST_DATAGRAM = 65507
 STATE_EVERY = 5000          # datagrams between two "state" checks
@@ -282,22 +281,7 @@ def kill_rounds(args, figures):
     first = version_text(0).encode("utf-8")
     write(target, first)
     sent = {first}
-    seen = {"reads": 0, "missing": 0, "bad": 0}
-    stop = threading.Event()
-
-    def reader():
-        while not stop.is_set():
-            try:
-                data = read(target)
-            except (FileNotFoundError, PermissionError):
-                seen["missing"] += 1
-                continue
-            seen["reads"] += 1
-            if data not in sent:
-                seen["bad"] += 1
-            time.sleep(0.002)
-
-    side = threading.Thread(target=reader, daemon=True)
+    side = SideReader(target, sent)
     side.start()
     number = 1
     figures["kills"] = 0
@@ -335,13 +319,12 @@ def kill_rounds(args, figures):
             if (round_number + 1) % 50 == 0:
                 print("%d kills" % (round_number + 1), flush=True)
     finally:
-        stop.set()
-        side.join(10)
-        figures["side_reads"] = seen["reads"]
-    if seen["missing"]:
-        raise Failure("the file was missing for a reader %d times" % seen["missing"])
-    if seen["bad"]:
-        raise Failure("a reader saw %d files that are no whole version" % seen["bad"])
+        side.finish()
+        figures["side_reads"] = side.reads
+    if side.missing:
+        raise Failure("the file was missing for a reader %d times" % side.missing)
+    if side.bad_sizes:
+        raise Failure("a reader saw %d files that are no whole version" % len(side.bad_sizes))
 
 
 def growth_problems(figures):

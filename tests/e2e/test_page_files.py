@@ -196,6 +196,37 @@ class SavePoster(threading.Thread):
             self.done += 1
 
 
+class SideReader(threading.Thread):
+    """Reads a page file again and again while saves and kills go on, and
+    counts the reads, the moments it was missing and the reads that were no
+    whole saved version (their sizes; the versions are too large to keep)."""
+
+    def __init__(self, path, sent):
+        super().__init__(daemon=True)
+        self.path = path
+        self.sent = sent
+        self.reads = 0
+        self.missing = 0
+        self.bad_sizes = []
+        self._stop_reading = threading.Event()
+
+    def run(self):
+        while not self._stop_reading.is_set():
+            try:
+                data = read(self.path)
+            except (FileNotFoundError, PermissionError):
+                self.missing += 1
+                continue
+            self.reads += 1
+            if data not in self.sent:
+                self.bad_sizes.append(len(data))
+            time.sleep(0.002)
+
+    def finish(self):
+        self._stop_reading.set()
+        self.join(10)
+
+
 class KilledWhileSaving(unittest.TestCase):
     """Kills the program (a process kill, nothing orderly) at a random moment
     while the page saves large texts, again and again, and checks the file:
@@ -210,24 +241,8 @@ class KilledWhileSaving(unittest.TestCase):
         first = version_text(0).encode("utf-8")
         write(target, first)
         sent = {first}
-        seen = {"reads": 0, "missing": 0, "bad": []}
         number = 1
-        reader_stop = threading.Event()
-
-        def reader():
-            # Checked at once and not kept: the versions are large.
-            while not reader_stop.is_set():
-                try:
-                    data = read(target)
-                except (FileNotFoundError, PermissionError):
-                    seen["missing"] += 1
-                    continue
-                seen["reads"] += 1
-                if data not in sent:
-                    seen["bad"].append(len(data))
-                time.sleep(0.002)
-
-        side = threading.Thread(target=reader, daemon=True)
+        side = SideReader(target, sent)
         side.start()
         try:
             for round_number in range(self.rounds):
@@ -238,12 +253,11 @@ class KilledWhileSaving(unittest.TestCase):
                 self.assertTrue(data in sent, "round %d: the file is no whole version (%d bytes: %r...)"
                                 % (round_number, len(data), data[:40]))
         finally:
-            reader_stop.set()
-            side.join(10)
-        self.assertEqual(seen["missing"], 0, "the file was missing for a moment")
-        self.assertEqual(seen["bad"], [], "a reader saw a file that is no whole version (sizes listed)")
-        self.assertGreater(seen["reads"], 100)
-        print("a reader on the side read the file %d times" % seen["reads"], file=sys.stderr)
+            side.finish()
+        self.assertEqual(side.missing, 0, "the file was missing for a moment")
+        self.assertEqual(side.bad_sizes, [], "a reader saw a file that is no whole version (sizes listed)")
+        self.assertGreater(side.reads, 100)
+        print("a reader on the side read the file %d times" % side.reads, file=sys.stderr)
 
     def kill_during_saves(self, docs, first_number, sent, round_number):
         overlay = Overlay(unique("kill-round-%d" % round_number), game=unique("no game"), doc=docs)

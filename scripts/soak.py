@@ -26,7 +26,7 @@ sys.path.insert(0, os.path.join(HERE, "..", "tests", "e2e"))
 from harness import BUILD_DIR, TEST_BIN, Overlay, free_udp_port, scratch_dir, unique, wait_until  # noqa: E402
 from standin_game import StandinGame  # noqa: E402
 from standin_runtime import StandinPage  # noqa: E402
-from test_page_files import SavePoster, SideReader, read, version_text, write  # noqa: E402
+from test_page_files import SavedVersions, SavePoster, SideReader, read, version_text, write  # noqa: E402
 
 LARGEST_DATAGRAM = 65507
 STATE_EVERY = 5000          # datagrams between two "state" checks
@@ -280,7 +280,7 @@ def kill_rounds(args, figures):
     target = os.path.join(docs, "gra_pad.json")
     first = version_text(0).encode("utf-8")
     write(target, first)
-    sent = {first}
+    sent = SavedVersions(first)
     side = SideReader(target, sent)
     side.start()
     number = 1

@@ -27,6 +27,14 @@ struct Picture {
 
 HWND pageWindow = nullptr;
 Picture picture;
+
+// The real runtime's page is composed with its parent continuously; this
+// window composes on paint, so it looks every so often whether the parent
+// has changed how it paints its background (the colour key comes and goes
+// with WS_EX_LAYERED) and then paints itself again, whole.
+constexpr UINT_PTR kBackgroundCheckTimer = 1;
+constexpr UINT kBackgroundCheckMs = 100;
+LONG_PTR parentLayering = -1;
 WCHAR pendingHighSurrogate = 0;
 
 void dropPicture() {
@@ -214,12 +222,28 @@ void sendCharacter(WPARAM unit) {
                      .line());
 }
 
+void checkParentBackground(HWND window) {
+    HWND parent = GetParent(window);
+    const LONG_PTR layering = parent ? (GetWindowLongPtrW(parent, GWL_EXSTYLE) & WS_EX_LAYERED) : 0;
+    if (layering == parentLayering) {
+        return;
+    }
+    parentLayering = layering;
+    InvalidateRect(window, nullptr, FALSE);
+}
+
 LRESULT CALLBACK pageProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     if (onMouse(window, message, wParam, lParam)) {
         return 0;
     }
     switch (message) {
     case WM_PAINT: onPaint(window); return 0;
+    case WM_TIMER:
+        if (wParam == kBackgroundCheckTimer) {
+            checkParentBackground(window);
+            return 0;
+        }
+        break;
     case WM_ERASEBKGND: return 1;  // painting composes the background itself
     case WM_MOUSEWHEEL: onWheel(window, wParam, lParam); return 0;
     case WM_KEYDOWN: sendKey("down", wParam, false); return 0;
@@ -257,6 +281,10 @@ HWND createPageWindow(HWND parent, const RECT& bounds, bool visible) {
     const DWORD style = WS_CHILD | WS_CLIPSIBLINGS | (visible ? WS_VISIBLE : 0);
     pageWindow = CreateWindowExW(0, kPageClass, L"", style, bounds.left, bounds.top, bounds.right - bounds.left,
                                  bounds.bottom - bounds.top, parent, nullptr, runtimeModule(), nullptr);
+    if (pageWindow != nullptr) {
+        parentLayering = GetWindowLongPtrW(parent, GWL_EXSTYLE) & WS_EX_LAYERED;
+        SetTimer(pageWindow, kBackgroundCheckTimer, kBackgroundCheckMs, nullptr);
+    }
     return pageWindow;
 }
 

@@ -8,9 +8,12 @@ test that meets them says so:
 - Wine does not draw a window that is the child of another process's window,
   so pixels are checked in owned mode; child mode is used where the keyboard
   must reach the page (in owned mode the program never moves the keyboard).
-- In owned mode Wine keeps the game from painting under the host window's
-  whole rectangle, whatever the host's region: outside the region the screen
-  shows what the game last drew there, or black, not the live game.
+- A layered window with a colour key (passive mode, the mouse the game's) is
+  shaped by Wine from its pixels alone, ignoring its window region: outside
+  the region the screen keeps what the host last painted there. In active
+  mode the region cuts the host and the game is seen around the page.
+Screenshots are taken with `import -window root`: `xwd -root` draws Wine's
+windows, which have their own colormap, without their shapes.
 """
 
 import os
@@ -149,7 +152,7 @@ class FullStackScene:
         folder = os.path.join(BUILD_DIR, "screenshots", "full-stack")
         os.makedirs(folder, exist_ok=True)
         path = os.path.join(folder, "%s-%s.png" % (self.name, label))
-        subprocess.run("xwd -root -silent | convert xwd:- png:%s" % path, shell=True, check=True)
+        subprocess.run(["import", "-window", "root", path], check=True)
         return path
 
     def pixels(self, path, points):

@@ -112,10 +112,11 @@ class DefaultPage(FullStackCase):
                 self.assertFalse(near(colour, (0, 0, 0), 3), "no page pixels inside the region: %r (%s)" % (colours, shot))
                 self.assertTrue(any(near(colour, p, 24) for p in page_colours + [COVER_BLUE]),
                                 "%r is not the panel's colours %r (%s)" % (colour, page_colours, shot))
-            # Outside the region nothing of the page is drawn. Under Wine the game cannot paint below
-            # the owned host window's rectangle, so the screen shows black there, not the panel.
+            # Outside the region the game is seen: neither the page nor the host's own background.
             for colour in colours[3:]:
                 self.assertFalse(any(near(colour, p, 4) for p in page_colours), "page pixels outside: %r" % colours)
+                self.assertFalse(near(colour, COVER_BLUE, 4), "the host's background outside: %r" % colours)
+                self.assertFalse(near(colour, (0, 0, 0), 3), "nothing drawn outside: %r (%s)" % (colours, shot))
 
     def region_follows(self, scale):
         with FullStackScene("fs-region-%s" % str(scale).replace(".", "_"), scale=scale) as scene:

@@ -13,6 +13,17 @@ start_wine_services() {
   mkdir -p "$WINEPREFIX"
   wineserver -p 2>/dev/null || true   # a server that already runs is fine
   wine cmd /c exit </dev/null >/dev/null 2>&1 || true
+  import_prefix_settings
+}
+
+# The prefix's own settings (scripts/wine/prefix-settings.reg), imported again
+# whenever the file is newer than the prefix's note of the last import.
+import_prefix_settings() {
+  local settings="$here/scripts/wine/prefix-settings.reg"
+  local note="$WINEPREFIX/.gra-prefix-settings"
+  [ "$note" -nt "$settings" ] && return 0
+  wine regedit /S "$(winepath -w "$settings" 2>/dev/null)" </dev/null >/dev/null 2>&1 && touch "$note"
+  return 0
 }
 
 stop_wine_services() {

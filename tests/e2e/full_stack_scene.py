@@ -8,10 +8,10 @@ test that meets them says so:
 - Wine does not draw a window that is the child of another process's window,
   so pixels are checked in owned mode; child mode is used where the keyboard
   must reach the page (in owned mode the program never moves the keyboard).
-- A layered window with a colour key (passive mode, the mouse the game's) is
-  shaped by Wine from its pixels alone, ignoring its window region: outside
-  the region the screen keeps what the host last painted there. In active
-  mode the region cuts the host and the game is seen around the page.
+- Wine shapes a layered window with a colour key (passive mode, the mouse the
+  game's) by its pixels alone, ignoring its window region; the project's prefix
+  turns that off for gra-overlay.exe (scripts/wine/prefix-settings.reg), so the
+  region cuts the host in every mode and the game is seen around the page.
 Screenshots are taken with `import -window root`: `xwd -root` draws Wine's
 windows, which have their own colormap, without their shapes.
 """
@@ -39,11 +39,16 @@ def page_folder(name, fixture):
 
 
 class FullStackScene:
-    def __init__(self, name, mode="owned", scale=None, web=None, game_size=(800, 500), env=None):
+    def __init__(self, name, mode="owned", scale=None, web=None, game_size=(800, 500), env=None,
+                 title=None, game_place=None, game_exe=None, port=None, doc=None):
         self.name = name
-        self.title = unique(name)
+        self.title = title or unique(name)
         self.game_class = "FS_" + re.sub(r"[^A-Za-z0-9]", "_", self.title)
         self.game_size = game_size
+        self.game_place = game_place
+        self.game_exe = game_exe
+        self.port = port
+        self.doc = doc
         self.bridge = Bridge(name)
         self.scale = scale
         self.mode = mode
@@ -59,13 +64,17 @@ class FullStackScene:
         try:
             self.bridge.start()
             width, height = self.game_size
-            self.game = StandinGame().start(BUILD_DIR, self.title, self.game_class, free_udp_port())
+            self.game = StandinGame().start(BUILD_DIR, self.title, self.game_class, free_udp_port(),
+                                            exe=self.game_exe)
             self.game.set_client(width, height)
+            if self.game_place:
+                self.game.move(*self.game_place)
             self.game.front()
             env = dict(self.bridge.program_env(self.scale), **self.env)
             extra = ["--web", wine_path(self.web)] if self.web else []
-            self.overlay = Overlay(self.name, mode=self.mode, game=self.title, game_class=self.game_class,
-                                   runtime="chromium", env=env, extra_args=extra)
+            self.overlay = Overlay(self.name, port=self.port, mode=self.mode, game=self.title,
+                                   game_class=self.game_class, runtime="chromium", env=env, extra_args=extra,
+                                   doc=self.doc)
             self.overlay.start()
             self.link = GameLink(self.overlay.port)
             self.link.send("GRAO state")  # gives the program an address for its reports

@@ -1,13 +1,24 @@
-"""The demo: a stand-in game window with the overlay over it, under Wine.
+"""The demo: the real program with the real default page over a game, under
+Wine, told step by step with a screenshot for each step.
 
-It starts the stand-in game, starts gra-overlay.exe attached to it (owned
-mode, whose window Wine draws in a screenshot of Xvfb), plays the page through
-the stand-in WebView2 runtime, drives the overlay with game commands sent by
-gra-send (the game maker's command-line sender), follows the game window as it
-moves and grows, saves a screenshot, ends the program with "bye" and prints
-its log."""
+The game is the project's stand-in game (a small animated scene that marks
+where it is clicked), run as build/demo/gra-demo-game.exe so that Wine draws
+its window frame. The program is attached to it in owned mode (Wine does not
+draw a window that is the child of another process's window) and shows the
+default page through the Chromium-backed WebView2 runtime. This script plays
+the game's end of the link: it sends the game's commands and prints what the
+program sends back.
 
+    python3 scripts/demo.py [--fast]
+
+DISPLAY must name an X display with Wine's services running: scripts/demo.sh
+arranges that, on the user's display or under Xvfb. With GRA_DEMO_VISIBLE=1
+(someone is watching) each step waits a moment unless --fast is given."""
+
+import argparse
+import json
 import os
+import shutil
 import subprocess
 import sys
 import time
@@ -15,121 +26,238 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests", "e2e"))
 
-from harness import BUILD_DIR, Overlay, free_udp_port  # noqa: E402
-from standin_game import StandinGame  # noqa: E402
-from standin_runtime import StandinPage  # noqa: E402
+from full_stack_scene import FullStackScene  # noqa: E402
+from harness import BUILD_DIR, wait_until  # noqa: E402
 
-GRA_SEND = os.path.join(BUILD_DIR, "native", "gra-send")
-TITLE = "GRA Demo Game"
-CLASS = "GRADemoGame"
+DEMO_DIR = os.path.join(BUILD_DIR, "demo")
+GAME_EXE = os.path.join(DEMO_DIR, "gra-demo-game.exe")
+TITLE = "Sky Runner"
+PAD_LINE = "Meet the smith at dawn"
 
 
-def say(text):
+def say(text=""):
     print(text, flush=True)
 
 
-def placement(game):
-    """Where the game's client area is, and where the overlay's window is."""
-    info = game.info()
-    owned = [w for w in game.owned() if w.get("class") == "GRAOverlayHost"]
-    client = "client area at %s, %dx%d" % (tuple(info["clientOrigin"]), info["client"][2], info["client"][3])
-    if not owned:
-        return client + "; no overlay window yet"
-    rect = owned[0]["rect"]
-    return client + "; overlay window at (%d, %d), %dx%d, %s" % (
-        rect[0], rect[1], rect[2] - rect[0], rect[3] - rect[1], "visible" if owned[0]["visible"] else "hidden")
+class Story:
+    """Numbers the steps, keeps their screenshots and sets the pace."""
+
+    def __init__(self, scene, pause):
+        self.scene = scene
+        self.pause = pause
+        self.step = 0
+        self.shots = []
+
+    def begin(self, title):
+        self.step += 1
+        say()
+        say("%d. %s" % (self.step, title))
+
+    def shot(self, label, what, whole_screen=False):
+        """Saves the screen (cropped round the game unless whole_screen) and prints its path."""
+        path = os.path.join(DEMO_DIR, "%02d-%s.png" % (self.step, label))
+        subprocess.run(["import", "-window", "root", path], check=True)
+        if not whole_screen:
+            crop_round_game(self.scene, path)
+        self.shots.append(path)
+        say("   screenshot: %s" % path)
+        say("   (%s)" % what)
+        if self.pause:
+            time.sleep(self.pause)
+        return path
 
 
-def gra_send(port, *words):
-    """One game command through gra-send; prints what it printed."""
-    say("$ gra-send --port %d %s" % (port, " ".join(words)))
-    result = subprocess.run([GRA_SEND, "--port", str(port)] + list(words), capture_output=True, text=True)
-    for line in (result.stdout + result.stderr).splitlines():
-        say("  " + line)
+def crop_round_game(scene, path, margin=24):
+    left, top, right, bottom = scene.game.info()["rect"]
+    size = subprocess.run(["identify", "-format", "%w %h", path], capture_output=True, text=True,
+                          check=True).stdout.split()
+    width, height = int(size[0]), int(size[1])
+    left, top = max(0, left - margin), max(0, top - margin)
+    right, bottom = min(width, right + margin), min(height, bottom + margin)
+    subprocess.run(["convert", path, "-crop", "%dx%d+%d+%d" % (right - left, bottom - top, left, top), "+repage",
+                    path], check=True)
 
 
-def posted(page, seen):
-    for message in page.posted()[seen:]:
-        say("overlay -> page: %s" % message)
-    return len(page.posted())
+def prepare_game():
+    """The stand-in game under its own name, for which the project's Wine prefix
+    has Wine draw the window frame itself (no window manager under Xvfb)."""
+    os.makedirs(DEMO_DIR, exist_ok=True)
+    for old in os.listdir(DEMO_DIR):
+        if old.endswith(".png"):
+            os.remove(os.path.join(DEMO_DIR, old))
+    shutil.copy(os.path.join(BUILD_DIR, "testbin", "standin-game.exe"), GAME_EXE)
 
 
-def screenshot():
-    folder = os.path.join(BUILD_DIR, "demo")
-    os.makedirs(folder, exist_ok=True)
-    target = os.path.join(folder, "screenshot.png")
-    with open(os.path.join(folder, "screen.xwd"), "wb") as raw:
-        subprocess.run(["xwd", "-root", "-display", os.environ["DISPLAY"]], stdout=raw, check=True)
-    subprocess.run(["convert", "xwd:" + raw.name, target], check=True)
-    return target
+def game_says(scene, text):
+    say("   game -> program: GRAO %s" % text)
+    scene.game_says(text)
+
+
+def print_datagrams(scene, quiet=1.0):
+    for text in scene.reports(quiet):
+        say("   program -> game: %s" % text)
+
+
+def log_since(scene, seen):
+    lines = scene.overlay.messages()
+    for line in lines[seen:]:
+        say("   log: %s" % line)
+    return len(lines)
+
+
+def host_visible(scene):
+    windows = scene.game.owned()
+    if isinstance(windows, dict):
+        windows = windows.get("windows", [])
+    return any(w.get("class") == "GRAOverlayHost" and w.get("visible") for w in windows)
+
+
+def centre_of(scene, selector):
+    """The screen point at the middle of an element of the page."""
+    box = scene.eval("(() => { const r = document.querySelector(%s).getBoundingClientRect();"
+                     " return [r.left + r.width / 2, r.top + r.height / 2]; })()" % json.dumps(selector))
+    ox, oy = scene.client_origin()
+    return ox + int(box[0]), oy + int(box[1])
+
+
+def wait_panel_drawn(scene):
+    if not scene.wait_eval("!document.getElementById('panel').hidden && "
+                           "!document.getElementById('panel').classList.contains('closing')", 15):
+        raise RuntimeError("the page's panel never opened")
+    time.sleep(0.8)  # the panel's opening animation and the region that follows it
+
+
+def tell(story, scene, docs):
+    scene.overlay.wait_for_log(r"^game window ", 20)
+    seen = 0
+
+    story.begin("The program finds the game's window and lays its own window over the client area.")
+    wait_until(lambda: host_visible(scene), 15, interval=0.05)
+    covered = not any(m.startswith("cover off") for m in scene.overlay.messages())
+    seen = log_since(scene, seen)
+    story.shot("cover", "the overlay's cover, dark blue, hides the game until the page has drawn"
+               if covered else "the page drew before this screenshot: the cover is already down")
+
+    scene.wait_ready()
+    scene.overlay.wait_for_log(r"^cover off", 15)
+    seen = log_since(scene, seen)
+
+    story.begin("A note from the game: the page shows it as a card, in passive mode.")
+    game_says(scene, 'note {"title":"Quest","text":"Find the silver key"}')
+    scene.wait_eval("document.querySelector('#toasts .toast') !== null", 15)
+    time.sleep(1.0)
+    seen = log_since(scene, seen)
+    print_datagrams(scene, 0.3)
+    story.shot("note", "the note card over the running game. Under Wine the layered window keeps what it "
+               "last painted outside its region, so the cover's dark blue stays round the card; on "
+               "Windows the game shows there")
+
+    story.begin("The game says \"show\" with a text: active mode, the panel opens.")
+    game_says(scene, "show Press F1 for the map")
+    wait_panel_drawn(scene)
+    seen = log_since(scene, seen)
+    print_datagrams(scene, 0.3)
+    story.shot("panel", "the default page's panel with the game's text and the note; the game runs round it")
+
+    story.begin("A click into the notepad and a line typed there: the page saves it in the documents folder.")
+    x, y = centre_of(scene, "#notepad")
+    say("   click at (%d, %d), then typing %r" % (x, y, PAD_LINE))
+    scene.click(x, y)
+    scene.wait_eval("document.activeElement && document.activeElement.id === 'notepad'", 10)
+    # In owned mode the program never takes the keyboard from the game (that is child mode's work,
+    # and Wine does not draw child mode): the line goes to the web view as its window hands on keys.
+    scene.bridge.type_text(PAD_LINE)
+    pad_file = os.path.join(docs, "gra_pad.json")
+
+    def saved():
+        try:
+            with open(pad_file, encoding="utf-8") as f:
+                return PAD_LINE in json.load(f).get("text", "")
+        except (OSError, ValueError):
+            return False
+    if not wait_until(saved, 15):
+        raise RuntimeError("gra_pad.json never held the typed line")
+    with open(pad_file, encoding="utf-8") as f:
+        say("   %s now holds: %s" % (pad_file, f.read().strip()))
+    seen = log_since(scene, seen)
+    story.shot("notepad", "the line in the notepad; the page saved it through the program")
+
+    story.begin("A click on the page's close button: the page closes and the game hears of it.")
+    x, y = centre_of(scene, "#close")
+    say("   click at (%d, %d)" % (x, y))
+    before = len(scene.overlay.messages())
+    scene.click(x, y)
+    scene.overlay.wait_for_log(r"^mode hidden$", 15, after=before)
+    time.sleep(0.5)
+    print_datagrams(scene)
+    seen = log_since(scene, seen)
+    story.shot("closed", "the panel has closed; the game alone")
+
+    story.begin("The game opens the overlay again, then moves and grows; the overlay follows.")
+    game_says(scene, "show")
+    wait_panel_drawn(scene)
+    scene.game.move(140, 110)
+    scene.game.set_client(1000, 640)
+    time.sleep(1.5)
+    info = scene.game.info()
+    host = scene.host_info()
+    say("   game client area at %s, %dx%d; overlay window at (%d, %d), %dx%d"
+        % (tuple(info["clientOrigin"]), info["client"][2], info["client"][3], host["rect"][0], host["rect"][1],
+           host["rect"][2] - host["rect"][0], host["rect"][3] - host["rect"][1]))
+    gx, gy = scene.client_origin()
+    say("   a click on the game at (%d, %d), outside the panel" % (gx + 200, gy + 420))
+    scene.click(gx + 200, gy + 420)
+    time.sleep(0.5)
+    say("   the game saw clicks at %s" % scene.game.cmd("clicks").get("clicks"))
+    print_datagrams(scene, 0.3)
+    seen = log_since(scene, seen)
+    story.shot("moved", "the overlay over the moved, larger game; the game marks the click it got")
+
+    story.begin("\"window borderless\": the game fills the screen; the overlay fills it with the game.")
+    game_says(scene, "window borderless")
+    scene.overlay.wait_for_log(r"^window: borderless ", 10)
+    time.sleep(1.5)
+    seen = log_since(scene, seen)
+    story.shot("borderless", "the game borderless over the whole screen, the panel over it", whole_screen=True)
+
+    story.begin("The game says \"hide\": the page closes itself and tells the program.")
+    before = len(scene.overlay.messages())
+    game_says(scene, "hide")
+    scene.overlay.wait_for_log(r"^mode hidden$", 15, after=before)
+    time.sleep(0.8)
+    print_datagrams(scene)
+    seen = log_since(scene, seen)
+    story.shot("hidden", "the page has answered the close: the game alone, borderless", whole_screen=True)
+
+    game_says(scene, "window framed")
+    game_says(scene, "bye")
+    code = scene.overlay.wait_exit(20)
+    log_since(scene, seen)
+    say()
+    say("gra-overlay.exe ended with exit code %s; its log: %s" % (code, scene.overlay.log_path))
+    return code
 
 
 def main():
-    game = StandinGame()
-    overlay = Overlay("demo", mode="owned", game=TITLE, game_class=CLASS)
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--fast", action="store_true", help="no pauses between the steps")
+    args = parser.parse_args()
+    pause = 0 if args.fast or os.environ.get("GRA_DEMO_VISIBLE") != "1" else 2.5
+
+    prepare_game()
+    began = time.monotonic()
+    scene = FullStackScene("demo", title=TITLE, game_exe=GAME_EXE, game_size=(900, 560), game_place=(60, 50))
+    docs = None
     try:
-        say("== the stand-in game '%s' (class %s)" % (TITLE, CLASS))
-        game.start(BUILD_DIR, TITLE, CLASS, free_udp_port(), ["--x", "80", "--y", "60", "--w", "800", "--h", "600"])
-        say("== gra-overlay.exe --mode owned --game '%s' --game-class %s --port %d" % (TITLE, CLASS, overlay.port))
-        overlay.start()
-        overlay.wait_for_log(r"^game window .* found", 15)
-        overlay.wait_for_journal(r"^webview\.Navigate ", 20)
-        say(placement(game))
-
-        say("== the page says it is ready, has drawn, and where it wants the mouse")
-        page = StandinPage(overlay.page_port)
-        seen = 0
-        for message in ('{"type":"ready"}', '{"type":"cover","on":false}',
-                        '{"type":"region","rects":[[24,24,360,140],[24,500,200,60]]}'):
-            say("page -> overlay: %s" % message)
-            page.post(message)
-        seen = posted(page, seen)
-
-        say("== the game shows the overlay with a pad text and sends a note")
-        gra_send(overlay.port, "show", "Press F1 for the map")
-        gra_send(overlay.port, "note", '{"text":"Boss arrives in 30 s"}')
-        gra_send(overlay.port, "state")
-        seen = posted(page, seen)
-        say(placement(game))
-
-        say("== the game window moves and grows; the overlay follows")
-        game.move(200, 120)
-        time.sleep(0.5)
-        say(placement(game))
-        game.set_client(960, 600)
-        time.sleep(0.5)
-        say(placement(game))
-
-        say("== borderless over the whole screen, and framed again")
-        gra_send(overlay.port, "window", "borderless")
-        time.sleep(0.5)
-        say(placement(game))
-        gra_send(overlay.port, "window", "framed")
-        time.sleep(0.5)
-        say(placement(game))
-        say("screenshot of the game with the overlay's two page panels over it: %s" % screenshot())
-
-        say("== the game listens for reports; the page asks the game for something")
-        say("$ gra-send --port %d --count 2 listen" % overlay.port)
-        listener = subprocess.Popen([GRA_SEND, "--port", str(overlay.port), "--count", "2", "listen"],
-                                    stdout=subprocess.PIPE, text=True)
-        time.sleep(0.5)
-        say("page -> overlay: {\"type\":\"game\",\"cmd\":\"open_map\",\"arg\":\"north\"}")
-        page.post('{"type":"game","cmd":"open_map","arg":"north"}')
-        for line in listener.communicate(timeout=10)[0].splitlines():
-            say("  " + line)
-
-        say("== goodbye")
-        gra_send(overlay.port, "bye")
-        code = overlay.wait_exit(20)
-        say("gra-overlay.exe ended with exit code %s" % code)
-        say("== its log (%s)" % overlay.log_path)
-        for line in overlay.log_lines():
-            say(line)
-        return 0 if code == 0 else 1
+        say("gra-overlay demo: the stand-in game '%s' with the program's default page over it" % TITLE)
+        scene.start()
+        docs = scene.overlay.doc_dir
+        story = Story(scene, pause)
+        code = tell(story, scene, docs)
     finally:
-        overlay.stop()
-        game.stop()
+        scene.stop()
+    say("%d screenshots in %s, %.0f s" % (len(story.shots), DEMO_DIR, time.monotonic() - began))
+    return 0 if code == 0 else 1
 
 
 if __name__ == "__main__":

@@ -195,6 +195,11 @@ function serveControl(socket) {
       if (!page) return reply({ ok: false, error: 'no page yet' });
       if (message.op === 'eval') return reply({ ok: true, value: await page.evaluate(message.expression) });
       if (message.op === 'measure-frames') return reply({ ok: true, value: await page.measureFrameLatency(message.count ?? 100) });
+      if (message.op === 'type') {
+        // The characters reach the page as the web view's window hands on WM_CHAR while it has the keyboard.
+        for (const text of String(message.text ?? '')) await page.key({ type: 'char', text });
+        return reply({ ok: true, value: true });
+      }
       return reply({ ok: false, error: `unknown op ${message.op}` });
     } catch (error) {
       return reply({ ok: false, error: String(error.message ?? error) });

@@ -120,6 +120,10 @@ class Bridge:
     def eval(self, expression, timeout=30):
         return self.request({"op": "eval", "expression": expression}, timeout)
 
+    def type_text(self, text):
+        """Types into the page as the web view's window does with the characters it receives."""
+        return self.request({"op": "type", "text": text})
+
     def wait_eval(self, expression, timeout=20):
         """Polls an expression until it is truthy; returns its value, or None."""
         def probe():

@@ -61,14 +61,15 @@ class StandinGame:
         """Talks to a game that this object did not start (e.g. spawn_owned)."""
         return cls(port)
 
-    def start(self, build_dir, title, cls, port, extra_args=(), env=None, log_dir=None):
-        """Starts the game and waits until it answers "ping"; returns self."""
+    def start(self, build_dir, title, cls, port, extra_args=(), env=None, log_dir=None, exe=None):
+        """Starts the game (the test build's stand-in, or the copy at exe) and
+        waits until it answers "ping"; returns self."""
         self.port = port
         log_dir = log_dir or os.path.join(build_dir, "e2e-logs")
         os.makedirs(log_dir, exist_ok=True)
         self.log_path = os.path.join(log_dir, "standin-game-%d.log" % port)
         self._log = open(self.log_path, "wb")
-        command = ["wine", _testbin(build_dir, "standin-game.exe"), "--title", title, "--class", cls,
+        command = ["wine", exe or _testbin(build_dir, "standin-game.exe"), "--title", title, "--class", cls,
                    "--port", str(port)] + [str(a) for a in extra_args]
         self.proc = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self._log,
                                      stderr=subprocess.STDOUT, env=env)

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Previews a page folder in the real program over the stand-in game, under
+# Wine, with the Chromium-backed WebView2 runtime:
+#   bash scripts/preview.sh PAGE_FOLDER [--screenshot FILE] [--size WxH]
+#                           [--scale S] [--mode child|owned] [--port N]
+#                           [--ready-timeout S]
+# Interactive on the user's X display (game commands typed on the terminal);
+# with --screenshot, under Xvfb, saving one PNG. Installs what is missing and
+# builds first.
+set -euo pipefail
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+screenshot=no
+for argument in "$@"; do
+  case "$argument" in
+    --screenshot|--screenshot=*) screenshot=yes ;;
+    -h|--help) exec /usr/bin/python3 "$here/scripts/preview.py" --help ;;
+  esac
+done
+if [ "$screenshot" = no ] && [ -z "${DISPLAY:-}" ]; then
+  echo "preview: no X display (DISPLAY is not set); use --screenshot FILE to run under Xvfb" >&2
+  exit 2
+fi
+bash "$here/scripts/install-deps.sh" >&2
+bash "$here/scripts/build.sh" >&2
+if [ "$screenshot" = yes ]; then
+  exec bash "$here/scripts/in-wine-display.sh" /usr/bin/python3 "$here/scripts/preview.py" "$@"
+fi
+source "$here/scripts/wine-env.sh"
+start_wine_services
+status=0
+/usr/bin/python3 "$here/scripts/preview.py" "$@" || status=$?
+stop_wine_services
+exit $status

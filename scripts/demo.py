@@ -26,7 +26,7 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests", "e2e"))
 
-from full_stack_scene import FullStackScene  # noqa: E402
+from full_stack_scene import FullStackScene, screenshot  # noqa: E402
 from harness import BUILD_DIR, wait_until  # noqa: E402
 
 DEMO_DIR = os.path.join(BUILD_DIR, "demo")
@@ -56,7 +56,7 @@ class Story:
     def shot(self, label, what, whole_screen=False):
         """Saves the screen (cropped round the game unless whole_screen) and prints its path."""
         path = os.path.join(DEMO_DIR, "%02d-%s.png" % (self.step, label))
-        subprocess.run(["import", "-window", "root", path], check=True)
+        screenshot(path)
         if not whole_screen:
             crop_round_game(self.scene, path)
         self.shots.append(path)

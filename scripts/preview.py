@@ -21,7 +21,6 @@ arranges that (the user's display, or Xvfb for --screenshot)."""
 import argparse
 import os
 import re
-import subprocess
 import sys
 import threading
 import time
@@ -29,7 +28,7 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests", "e2e"))
 
-from full_stack_scene import FullStackScene  # noqa: E402
+from full_stack_scene import FullStackScene, screenshot  # noqa: E402
 from harness import wait_until  # noqa: E402
 
 FIRST_FRAME_TIMEOUT = 15
@@ -127,7 +126,7 @@ def take_screenshot(scene, path, ready_timeout):
         last = now
     folder = os.path.dirname(os.path.abspath(path))
     os.makedirs(folder, exist_ok=True)
-    subprocess.run(["import", "-window", "root", path], check=True)
+    screenshot(path)
     print("preview: %s (the game's client area at %s, the page at its top left)" % (path, client_area(scene)),
           flush=True)
 

@@ -30,6 +30,38 @@ SOURCE_WEB_DIR = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", "
 PAGES_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "pages")
 
 
+def screenshot(path):
+    """Saves the whole X display as a PNG at path (import, not xwd: see above)."""
+    subprocess.run(["import", "-window", "root", path], check=True)
+    return path
+
+
+def save_screen(folder_name, name):
+    """Saves the whole X display as build/screenshots/<folder_name>/<name>.png; returns the path."""
+    folder = os.path.join(BUILD_DIR, "screenshots", folder_name)
+    os.makedirs(folder, exist_ok=True)
+    return screenshot(os.path.join(folder, name + ".png"))
+
+
+def screen_pixels(path, points):
+    """The colours (r, g, b) at screen points of a screenshot."""
+    fx = " ".join("%%[pixel:p{%d,%d}]" % (x, y) for x, y in points)
+    out = subprocess.run(["convert", path, "-format", fx, "info:"], capture_output=True, text=True,
+                         check=True).stdout
+    colours = []
+    for match in re.finditer(r"(?:srgba?|rgba?)\(([^)]*)\)|gray\((\d+)\)|(white|black)", out):
+        if match.group(1):
+            parts = [float(p.strip().rstrip("%")) for p in match.group(1).split(",")[:3]]
+            colours.append(tuple(int(round(p)) for p in parts))
+        elif match.group(2):
+            value = int(match.group(2))
+            colours.append((value, value, value))
+        else:
+            value = 255 if match.group(3) == "white" else 0
+            colours.append((value, value, value))
+    return colours
+
+
 def page_folder(name, fixture):
     """A page folder made of a fixture page of tests/e2e/pages and the real gra-overlay.js."""
     folder = scratch_dir(name + "-web")
@@ -158,29 +190,11 @@ class FullStackScene:
 
     def screenshot(self, label):
         """Saves the whole X display as build/screenshots/full-stack/<name>-<label>.png; returns the path."""
-        folder = os.path.join(BUILD_DIR, "screenshots", "full-stack")
-        os.makedirs(folder, exist_ok=True)
-        path = os.path.join(folder, "%s-%s.png" % (self.name, label))
-        subprocess.run(["import", "-window", "root", path], check=True)
-        return path
+        return save_screen("full-stack", "%s-%s" % (self.name, label))
 
     def pixels(self, path, points):
         """The colours (r, g, b) at screen points of a screenshot."""
-        fx = " ".join("%%[pixel:p{%d,%d}]" % (x, y) for x, y in points)
-        out = subprocess.run(["convert", path, "-format", fx, "info:"], capture_output=True, text=True,
-                             check=True).stdout
-        colours = []
-        for match in re.finditer(r"(?:srgba?|rgba?)\(([^)]*)\)|gray\((\d+)\)|(white|black)", out):
-            if match.group(1):
-                parts = [float(p.strip().rstrip("%")) for p in match.group(1).split(",")[:3]]
-                colours.append(tuple(int(round(p)) for p in parts))
-            elif match.group(2):
-                value = int(match.group(2))
-                colours.append((value, value, value))
-            else:
-                value = 255 if match.group(3) == "white" else 0
-                colours.append((value, value, value))
-        return colours
+        return screen_pixels(path, points)
 
     def click(self, x, y, button=1):
         # Wine takes a press where it last saw the pointer: the move must arrive first.

@@ -203,6 +203,11 @@ class StandinGame:
     def load_layout(self, klid):
         return self.cmd("layout %s" % klid)
 
+    def scene(self):
+        """{"frames", "markers", "still"}: frames of the scene drawn so far,
+        click markers in the latest one, and whether it was started --still."""
+        return self.cmd("scene")
+
     def freeze(self, seconds):
         """The game's thread stops pumping messages for that long (the
         reply comes first)."""

@@ -9,7 +9,7 @@ import subprocess
 import sys
 import unittest
 
-from full_stack_scene import page_folder
+from full_stack_scene import page_folder, screen_pixels
 from harness import scratch_dir, unique
 
 PREVIEW = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", "..", "scripts", "preview.py"))
@@ -44,18 +44,8 @@ class Preview(unittest.TestCase):
         return shot, origin, size
 
     def pixels(self, path, points):
-        fx = " ".join("%%[pixel:p{%d,%d}]" % point for point in points)
-        out = subprocess.run(["convert", path, "-format", fx, "info:"], capture_output=True, text=True,
-                             check=True).stdout
-        colours = []
-        for match in re.finditer(r"s?rgba?\(([^)]*)\)|gray\((\d+)\)|(white|black)", out):
-            if match.group(1):
-                colours.append(tuple(int(round(float(p.rstrip("%")))) for p in match.group(1).split(",")[:3]))
-            elif match.group(2):
-                colours.append((int(match.group(2)),) * 3)
-            else:
-                colours.append((255,) * 3 if match.group(3) == "white" else (0,) * 3)
-        self.assertEqual(len(colours), len(points), out)
+        colours = screen_pixels(path, points)
+        self.assertEqual(len(colours), len(points))
         return colours
 
     def check_box_over_the_game(self, scale, *options):

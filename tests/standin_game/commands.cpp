@@ -11,6 +11,7 @@
 //   find <class> [<title>]
 //   langrequests, layout <KLID>, activate <HKL>, clicks
 //   freeze <seconds>: the game's thread stops pumping messages for that long
+//   scene: how many frames of the game's scene were drawn, and its markers
 //
 // A few more let a test build window arrangements without the overlay:
 //   setparent <H> <parent|0>, setowner <H> <owner|0>,
@@ -24,6 +25,8 @@
 // "spawn-owned" {"pid","port"}; "post" {"ok","error"}; "send" {"ok","result",
 // "error"}; "langrequests" {"requests":[{"wparam","lparam","hwnd"}...]};
 // "clicks" {"clicks":[[x,y]...]} (left-button presses on the game window);
+// "scene" {"frames","markers","still"} (frames put on the window so far, click
+// markers in the latest frame, whether it was started with --still);
 // most others {"ok":true}. "close", "exit" and "freeze" reply before they act.
 // Unknown commands and bad arguments are answered with {"error":"..."}.
 #include "standin_game.h"
@@ -33,6 +36,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "scene.h"
 #include "wininfo.h"
 
 using wininfo::handleHex;
@@ -301,6 +305,12 @@ std::string clicksCommand(std::string) {
     return out + "]}";
 }
 
+std::string sceneCommand(std::string) {
+    const SceneCounts counts = sceneCounts();
+    return "{\"frames\":" + std::to_string(counts.frames) + ",\"markers\":" + std::to_string(counts.markers) +
+           ",\"still\":" + jsonBool(counts.still) + "}";
+}
+
 // Wine 8 answers LoadKeyboardLayoutW with the current layout and switches
 // nothing; "activate" is the way to change the layout there.
 std::string layoutCommand(std::string args) {
@@ -429,6 +439,7 @@ const Command kCommands[] = {
     {"find", findCommand, AfterReply::nothing},
     {"langrequests", langRequestsCommand, AfterReply::nothing},
     {"clicks", clicksCommand, AfterReply::nothing},
+    {"scene", sceneCommand, AfterReply::nothing},
     {"layout", layoutCommand, AfterReply::nothing},
     {"activate", activateCommand, AfterReply::nothing},
     {"setparent", setParentCommand, AfterReply::nothing},

@@ -1,11 +1,14 @@
 // standin-game.exe: a window that the end-to-end tests use as "the game".
 //
-//   standin-game.exe --title T --class C --port P [--hidden]
+//   standin-game.exe --title T --class C --port P [--hidden] [--still]
 //                    [--x X --y Y --w W --h H] [--owner HWNDHEX]
 //                    [--child-process-of-browser]
 //
 // It shows one overlapped window (title T, class C) and brings it to the
-// front itself, since Xvfb has no window manager to do so. A UDP socket on
+// front itself, since Xvfb has no window manager to do so. The window shows a
+// small platform game (scene.cpp), animated a few times a second, with a
+// marker for a few seconds wherever it is clicked; --still keeps the picture
+// from moving, for a test that wants the same pixels over time. A UDP socket on
 // 127.0.0.1:P takes one command per datagram and answers each with one JSON
 // datagram (see commands.cpp). The socket is serviced by WSAAsyncSelect on a
 // message-only window, so the one GUI thread does everything and the control
@@ -22,6 +25,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "scene.h"
 #include "wininfo.h"
 
 Standin standin;
@@ -31,14 +35,32 @@ namespace {
 const UINT kSocketMessage = WM_APP + 1;
 const wchar_t kControlClass[] = L"StandinGameControl";
 
+// The game window draws the scene; other windows of the class (from "second")
+// stay plain, erased with the class brush.
 LRESULT CALLBACK gameWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     if (message == WM_INPUTLANGCHANGEREQUEST) standin.langRequests.push_back({wParam, lParam, window});
-    if (message == WM_LBUTTONDOWN && window == standin.gameWindow) {
-        standin.clicks.push_back({static_cast<short>(LOWORD(lParam)), static_cast<short>(HIWORD(lParam))});
-    }
-    if (message == WM_DESTROY && window == standin.gameWindow) {
-        PostQuitMessage(0);
-        return 0;
+    if (window != standin.gameWindow) return DefWindowProcW(window, message, wParam, lParam);
+    switch (message) {
+        case WM_LBUTTONDOWN: {
+            const POINT at{static_cast<short>(LOWORD(lParam)), static_cast<short>(HIWORD(lParam))};
+            standin.clicks.push_back(at);
+            markClick(window, at);
+            break;
+        }
+        case WM_ERASEBKGND:
+            return 1;  // the scene covers every pixel of the client area
+        case WM_PAINT:
+            paintScene(window);
+            return 0;
+        case WM_TIMER:
+            if (advanceScene(window, wParam)) return 0;
+            break;
+        case WM_DESTROY:
+            endScene(window);
+            PostQuitMessage(0);
+            return 0;
+        default:
+            break;
     }
     return DefWindowProcW(window, message, wParam, lParam);
 }
@@ -49,10 +71,14 @@ bool registerGameClass(const std::wstring& className) {
     if (GetClassInfoExW(GetModuleHandleW(nullptr), className.c_str(), &existing)) return true;
     WNDCLASSEXW windowClass{};
     windowClass.cbSize = sizeof windowClass;
+    // The scene is laid out for the client area's size, so all of it is drawn
+    // again when that size changes.
+    windowClass.style = CS_HREDRAW | CS_VREDRAW;
     windowClass.lpfnWndProc = gameWindowProc;
     windowClass.hInstance = GetModuleHandleW(nullptr);
     windowClass.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    // A green that stands out in screenshots next to the overlay's dark blue.
+    // A green that stands out in screenshots next to the overlay's dark blue;
+    // the game window itself paints its scene over it.
     windowClass.hbrBackground = CreateSolidBrush(RGB(32, 112, 48));
     windowClass.lpszClassName = className.c_str();
     return RegisterClassExW(&windowClass) != 0;
@@ -151,6 +177,7 @@ bool parseOptions(int argc, wchar_t** argv, StandinOptions& options) {
     for (int i = 1; i < argc; ++i) {
         const std::wstring name = argv[i];
         if (name == L"--hidden") options.hidden = true;
+        else if (name == L"--still") options.still = true;
         else if (name == L"--child-process-of-browser") options.childProcessOfBrowser = true;
         else if (i + 1 >= argc || !applyOption(name, argv[++i], options)) return false;
     }
@@ -224,6 +251,7 @@ int runGame() {
         std::fprintf(stderr, "standin-game: CreateWindowExW failed (%lu)\n", GetLastError());
         return 5;
     }
+    startScene(standin.gameWindow, o.still);
     if (!o.hidden) showInFront(standin.gameWindow);
     std::printf("standin-game: pid %lu window %s port %d\n", GetCurrentProcessId(),
                 wininfo::handleHex(standin.gameWindow).c_str(), o.port);
@@ -273,7 +301,8 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
     int argc = 0;
     wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
     if (argv == nullptr || !parseOptions(argc, argv, standin.options)) {
-        std::fprintf(stderr, "standin-game: usage: --title T --class C --port P [--hidden] [--x X --y Y --w W --h H]"
+        std::fprintf(stderr, "standin-game: usage: --title T --class C --port P [--hidden] [--still]"
+                             " [--x X --y Y --w W --h H]"
                              " [--owner HWNDHEX] [--child-process-of-browser]\n");
         return 2;
     }

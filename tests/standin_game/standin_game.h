@@ -13,6 +13,7 @@ struct StandinOptions {
     std::wstring className = L"StandinGame";
     int port = 0;
     bool hidden = false;
+    bool still = false;  // the scene drawn without its animation timer
     int x = 100, y = 100, width = 640, height = 480;
     HWND owner = nullptr;
     bool childProcessOfBrowser = false;

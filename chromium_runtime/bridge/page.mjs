@@ -28,6 +28,8 @@ const KEY_NAMES = {
 
 const MOUSE_TYPES = { down: 'mousePressed', up: 'mouseReleased', move: 'mouseMoved', wheel: 'mouseWheel' };
 const CTRL = 2;
+const CAPTURE_WAIT_MS = 1500;
+const CAPTURE_TRIES = 5;
 
 function keyIdentity(vk) {
   if (KEY_NAMES[vk]) return { key: KEY_NAMES[vk][0], code: KEY_NAMES[vk][1] };
@@ -331,15 +333,35 @@ export class Page {
     }
     this.#capturing = true;
     try {
+      let lateOnes = 0;
       do {
         this.#captureAgain = false;
-        const { data } = await this.#send('Page.captureScreenshot', { format: 'png', optimizeForSpeed: true });
-        this.#takeFrame(Buffer.from(data, 'base64'));
+        const shot = await this.#captureOnce();
+        if (shot) this.#takeFrame(shot);
+        // Asked again: a tab just brought in front may leave the first request unanswered.
+        else if (++lateOnes < CAPTURE_TRIES) this.#captureAgain = true;
       } while (this.#captureAgain && this.#visible);
     } catch (error) {
       this.#journal({ event: 'capture-failed', message: String(error.message ?? error) });
     } finally {
       this.#capturing = false;
+    }
+  }
+
+  // A screenshot asked for just as the tab comes in front can stay unanswered;
+  // after CAPTURE_WAIT_MS it counts as not taken.
+  async #captureOnce() {
+    let timer;
+    const late = new Promise((resolve) => { timer = setTimeout(() => resolve(null), CAPTURE_WAIT_MS); });
+    const shot = this.#send('Page.captureScreenshot', { format: 'png', optimizeForSpeed: true })
+      .then(({ data }) => Buffer.from(data, 'base64'));
+    shot.catch(() => {});  // a late answer's failure is nobody's to hear
+    try {
+      const png = await Promise.race([shot, late]);
+      if (!png) this.#journal({ event: 'capture-late' });
+      return png;
+    } finally {
+      clearTimeout(timer);
     }
   }
 

@@ -28,7 +28,7 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests", "e2e"))
 
-from full_stack_scene import FullStackScene, screenshot  # noqa: E402
+from full_stack_scene import FullStackScene, framed_game_exe, screenshot  # noqa: E402
 from harness import wait_until  # noqa: E402
 
 FIRST_FRAME_TIMEOUT = 15
@@ -84,7 +84,8 @@ def arguments(argv):
 def start_scene(args):
     name = os.path.basename(args.page_folder.rstrip(os.sep)) or "page"
     scene = FullStackScene("preview", mode=args.mode, scale=args.scale, web=args.page_folder, game_size=args.size,
-                           title="Preview - %s" % name, game_place=(40, 40), port=args.port)
+                           title="Preview - %s" % name, game_place=(40, 40), port=args.port,
+                           game_exe=framed_game_exe())
     scene.start()
     return scene
 

@@ -30,6 +30,22 @@ SOURCE_WEB_DIR = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", "
 PAGES_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "pages")
 
 
+def framed_game_exe():
+    """The stand-in game copied as gra-demo-game.exe, a name for which the
+    project's Wine prefix has Wine draw the window frame itself (there is no
+    window manager under Xvfb): a person then sees a game window."""
+    folder = os.path.join(BUILD_DIR, "demo-game")
+    os.makedirs(folder, exist_ok=True)
+    source = os.path.join(BUILD_DIR, "testbin", "standin-game.exe")
+    target = os.path.join(folder, "gra-demo-game.exe")
+    if not os.path.exists(target) or os.path.getmtime(target) < os.path.getmtime(source):
+        # A copy that may be running is replaced, never written over.
+        partial = target + ".%d.tmp" % os.getpid()
+        shutil.copy2(source, partial)
+        os.replace(partial, target)
+    return target
+
+
 def screenshot(path):
     """Saves the whole X display as a PNG at path (import, not xwd: see above)."""
     subprocess.run(["import", "-window", "root", path], check=True)

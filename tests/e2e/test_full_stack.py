@@ -118,6 +118,35 @@ class DefaultPage(FullStackCase):
                 self.assertFalse(near(colour, COVER_BLUE, 4), "the host's background outside: %r" % colours)
                 self.assertFalse(near(colour, (0, 0, 0), 3), "nothing drawn outside: %r (%s)" % (colours, shot))
 
+    def test_full_stack_a_note_in_passive_mode_is_drawn_with_the_game_round_it(self):
+        # In passive mode the mouse is the game's: the host is layered with the colour key. Wine would
+        # shape it by that key alone and leave the whole host on screen; the project's prefix turns
+        # that off, so the region cuts the host as on Windows.
+        with FullStackScene("fs-note") as scene:
+            scene.wait_ready()
+            scene.game_says('note {"title":"Quest","text":"Find the key"}')
+            self.assertTrue(scene.wait_eval("document.querySelector('#toasts .toast') !== null"), "no note card")
+            self.assertTrue(scene.overlay.wait_for_log(r"^mouse: the game's", 10), scene.overlay.messages())
+            self.assertEqual(scene.host_info().get("layered", {}).get("key"), "00010001")
+            expected, region = self.wait_region_matches(scene, 1.0)
+            time.sleep(0.5)
+            shot = scene.screenshot("note")
+            ox, oy = scene.client_origin()
+            left, top, right, bottom = expected[0]
+            text = scene.eval("(() => { const r = document.querySelector('#toasts .note-text').getBoundingClientRect();"
+                              " return [r.left + 2, r.top + r.height / 2]; })()")
+            inside = [(ox + (left + right) // 2, oy + bottom - 8), (ox + int(text[0]), oy + int(text[1]))]
+            outside = [(ox + left - 30, oy + top + 20), (ox + 40, oy + 300), (ox + (left + right) // 2, oy + bottom + 40)]
+            colours = scene.pixels(shot, inside + outside)
+            toast = tuple(scene.eval("getComputedStyle(document.querySelector('#toasts .toast'))"
+                                     ".backgroundColor.match(/[\\d.]+/g).slice(0, 3).map(Number)"))
+            self.assertTrue(near(colours[0], toast, 24), "not the card inside the region: %r, card %r (%s)"
+                            % (colours, toast, shot))
+            for colour in colours[len(inside):]:
+                self.assertFalse(near(colour, toast, 4), "the card outside its region: %r (%s)" % (colours, shot))
+                self.assertFalse(near(colour, COVER_BLUE, 4), "the host outside its region: %r (%s)" % (colours, shot))
+                self.assertFalse(near(colour, (0, 0, 0), 3), "nothing drawn outside: %r (%s)" % (colours, shot))
+
     def region_follows(self, scale):
         with FullStackScene("fs-region-%s" % str(scale).replace(".", "_"), scale=scale) as scene:
             scene.wait_ready()

@@ -67,6 +67,21 @@ class FullStackCase(unittest.TestCase):
         return found
 
 
+    def screenshot_of_region(self, scene, label):
+        """Once the region is the page's one hit box: a screenshot, the client origin and the box."""
+        expected, _ = self.wait_region_matches(scene, 1.0)
+        time.sleep(0.5)
+        return scene.screenshot(label), scene.client_origin(), expected[0]
+
+    def assert_game_seen(self, colours, page_colours, shot):
+        """Outside the region the game is seen: neither the page, nor the host's own background, nor nothing."""
+        for colour in colours:
+            self.assertFalse(any(near(colour, p, 4) for p in page_colours), "page pixels outside: %r (%s)"
+                             % (colours, shot))
+            self.assertFalse(near(colour, COVER_BLUE, 4), "the host's background outside: %r (%s)" % (colours, shot))
+            self.assertFalse(near(colour, (0, 0, 0), 3), "nothing drawn outside: %r (%s)" % (colours, shot))
+
+
 class DefaultPage(FullStackCase):
     def test_full_stack_ready_once_and_the_cover_comes_down_after_the_first_frame(self):
         with FullStackScene("fs-ready") as scene:
@@ -93,11 +108,7 @@ class DefaultPage(FullStackCase):
             notes = scene.eval("[...document.querySelectorAll('#notes .note-text')].map((e) => e.textContent)")
             self.assertEqual(notes, ["one", "second"])
             self.assertEqual(scene.eval("document.querySelector('#notes .note-title').textContent"), "First")
-            expected, region = self.wait_region_matches(scene, 1.0)
-            time.sleep(0.5)
-            shot = scene.screenshot("panel")
-            ox, oy = scene.client_origin()
-            left, top, right, bottom = expected[0]
+            shot, (ox, oy), (left, top, right, bottom) = self.screenshot_of_region(scene, "panel")
             header = scene.eval("(() => { const r = document.querySelector('.panel-head').getBoundingClientRect();"
                                 " return [r.left + 6, r.top + r.height / 2]; })()")
             inside = [(ox + left + 3, oy + top + 3), (ox + int(header[0]), oy + int(header[1])),
@@ -112,11 +123,7 @@ class DefaultPage(FullStackCase):
                 self.assertFalse(near(colour, (0, 0, 0), 3), "no page pixels inside the region: %r (%s)" % (colours, shot))
                 self.assertTrue(any(near(colour, p, 24) for p in page_colours + [COVER_BLUE]),
                                 "%r is not the panel's colours %r (%s)" % (colour, page_colours, shot))
-            # Outside the region the game is seen: neither the page nor the host's own background.
-            for colour in colours[3:]:
-                self.assertFalse(any(near(colour, p, 4) for p in page_colours), "page pixels outside: %r" % colours)
-                self.assertFalse(near(colour, COVER_BLUE, 4), "the host's background outside: %r" % colours)
-                self.assertFalse(near(colour, (0, 0, 0), 3), "nothing drawn outside: %r (%s)" % (colours, shot))
+            self.assert_game_seen(colours[3:], page_colours, shot)
 
     def test_full_stack_a_note_in_passive_mode_is_drawn_with_the_game_round_it(self):
         # In passive mode the mouse is the game's: the host is layered with the colour key. Wine would
@@ -128,11 +135,7 @@ class DefaultPage(FullStackCase):
             self.assertTrue(scene.wait_eval("document.querySelector('#toasts .toast') !== null"), "no note card")
             self.assertTrue(scene.overlay.wait_for_log(r"^mouse: the game's", 10), scene.overlay.messages())
             self.assertEqual(scene.host_info().get("layered", {}).get("key"), "00010001")
-            expected, region = self.wait_region_matches(scene, 1.0)
-            time.sleep(0.5)
-            shot = scene.screenshot("note")
-            ox, oy = scene.client_origin()
-            left, top, right, bottom = expected[0]
+            shot, (ox, oy), (left, top, right, bottom) = self.screenshot_of_region(scene, "note")
             text = scene.eval("(() => { const r = document.querySelector('#toasts .note-text').getBoundingClientRect();"
                               " return [r.left + 2, r.top + r.height / 2]; })()")
             inside = [(ox + (left + right) // 2, oy + bottom - 8), (ox + int(text[0]), oy + int(text[1]))]
@@ -142,10 +145,7 @@ class DefaultPage(FullStackCase):
                                      ".backgroundColor.match(/[\\d.]+/g).slice(0, 3).map(Number)"))
             self.assertTrue(near(colours[0], toast, 24), "not the card inside the region: %r, card %r (%s)"
                             % (colours, toast, shot))
-            for colour in colours[len(inside):]:
-                self.assertFalse(near(colour, toast, 4), "the card outside its region: %r (%s)" % (colours, shot))
-                self.assertFalse(near(colour, COVER_BLUE, 4), "the host outside its region: %r (%s)" % (colours, shot))
-                self.assertFalse(near(colour, (0, 0, 0), 3), "nothing drawn outside: %r (%s)" % (colours, shot))
+            self.assert_game_seen(colours[len(inside):], [toast], shot)
 
     def region_follows(self, scale):
         with FullStackScene("fs-region-%s" % str(scale).replace(".", "_"), scale=scale) as scene:

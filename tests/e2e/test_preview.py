@@ -77,6 +77,29 @@ class Preview(unittest.TestCase):
         self.assertIn("preview: the page did not say ready within 8 s", result.stderr)
         self.assertFalse(os.path.exists(shot))
 
+    def test_game_commands_typed_on_the_terminal_reach_the_program_and_what_it_says_is_printed(self):
+        folder = page_folder(unique("preview-typed"), "buttons.html")
+        preview = subprocess.Popen([sys.executable, PREVIEW, folder], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                   stderr=subprocess.STDOUT, text=True)
+        try:
+            lines = []
+            for line in preview.stdout:
+                lines.append(line.rstrip("\n"))
+                if line.startswith("log: cover off"):
+                    preview.stdin.write("show\n")
+                    preview.stdin.flush()
+                if line.startswith("program -> game: GRAO state active"):
+                    preview.stdin.write("GRAO bye\n")
+                    preview.stdin.flush()
+            self.assertEqual(preview.wait(30), 0, lines)
+        finally:
+            if preview.poll() is None:
+                preview.kill()
+        self.assertIn("log: mode active", lines)
+        self.assertIn("program -> game: GRAO state active", lines)
+        self.assertTrue(any(line.startswith("log: 'bye' from UDP port ") for line in lines), lines)
+        self.assertEqual(lines[-1], "preview: the program ended")
+
     def test_a_folder_without_an_index_page_is_refused(self):
         empty = scratch_dir(unique("preview-empty"))
         result, _ = self.run_preview(empty, timeout=30)

@@ -92,8 +92,8 @@ class DefaultPage(FullStackCase):
             messages = scene.overlay.messages()
             self.assertEqual(messages.count("page ready"), 1, messages)
             self.assertNotIn("cover off (the page never said - 10 s)", messages)
-            # The page had been painted into the host window before it said it had drawn.
-            self.assertGreater(scene.bridge.state()["framesPainted"], 0)
+            # Whether a frame reached the host window before that is a race: in hidden mode the web view
+            # is made invisible as soon as it exists, cover or not, and a hidden web view sends no frames.
             self.assertEqual(scene.bridge.page_errors(), [])
 
     def test_full_stack_show_with_a_pad_and_notes_sent_before_ready(self):

@@ -1,9 +1,9 @@
 """Soak and kill measurements of the real program under Wine, beside the
 stand-in game and the stand-in WebView2 runtime (the page ready, the cover
-down). Both channels are fuzzed, reproducibly from a seed; every few thousand
-datagrams the program must still answer "GRAO state". Then, optionally, the
-program is killed again and again in the middle of saves, and the page file
-must always be one whole saved version.
+down). Both channels are fuzzed, the same run again for the same --seed;
+every few thousand datagrams the program must still answer "GRAO state".
+Then, optionally, the program is killed again and again in the middle of
+saves, and the page file must always be one whole saved version.
 
 Run with scripts/soak.sh (it builds first and provides Xvfb and Wine). The
 last line printed is the verdict with the figures; the exit status is 0 only
@@ -26,7 +26,7 @@ sys.path.insert(0, os.path.join(HERE, "..", "tests", "e2e"))
 from harness import BUILD_DIR, TEST_BIN, Overlay, free_udp_port, scratch_dir, unique, wait_until  # noqa: E402
 from standin_game import StandinGame  # noqa: E402
 from standin_runtime import StandinPage  # noqa: E402
-from test_page_files import SavedVersions, SavePoster, SideReader, read, version_text, write  # noqa: E402
+from test_page_files import SavedVersions, SavePoster, SideReader, end_kill_round, read, version_text, write  # noqa: E402
 
 LARGEST_DATAGRAM = 65507
 STATE_EVERY = 5000          # datagrams between two "state" checks
@@ -52,10 +52,10 @@ class QuietPage(StandinPage):
 
 
 class Fuzz:
-    """Random datagrams and page messages from one seeded generator."""
+    """Random datagrams and page messages from one generator, started from a given number."""
 
-    def __init__(self, seed):
-        self.rng = random.Random(seed)
+    def __init__(self, start):
+        self.rng = random.Random(start)
 
     def length(self):
         # Mostly short, now and then up to the largest datagram.
@@ -224,7 +224,7 @@ def fuzz(args, figures):
         figures["counts_start"] = system_counts(windows_pid)
         drops_before = kernel_drops(overlay.port)
 
-        rng = Fuzz(args.seed)
+        rng = Fuzz(args.start)
         began = time.monotonic()
         deadline = began + args.minutes * 60 if args.minutes else None
         sent = pages = checks = 0
@@ -275,7 +275,7 @@ def kill_rounds(args, figures):
     """Kills the program at a random moment while the page saves large
     texts; the file must always be one whole saved version, also for a
     reader on the side."""
-    rng = random.Random(args.seed + 1)
+    rng = random.Random(args.start + 1)
     docs = scratch_dir(unique("soak-kill-docs"))
     target = os.path.join(docs, "gra_pad.json")
     first = version_text(0).encode("utf-8")
@@ -308,11 +308,7 @@ def kill_rounds(args, figures):
                 poster.join(20)
                 number = poster.number + 1000
             finally:
-                if poster is not None:
-                    poster.stop = True
-                if page is not None:
-                    page.close()
-                overlay.stop()
+                end_kill_round(overlay, page, poster)
             if read(target) not in sent:
                 raise Failure("kill round %d: the file is no whole version" % round_number)
             figures["kills"] += 1
@@ -366,11 +362,12 @@ def summary(figures):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--datagrams", type=int, default=1000000, help="datagrams to send (default 1,000,000)")
-    parser.add_argument("--seed", type=int, default=14, help="the fuzz generator's seed")
+    parser.add_argument("--seed", dest="start", type=int, default=14, metavar="S",
+                        help="the number the random generator starts from (default 14)")
     parser.add_argument("--minutes", type=float, default=0, help="fuzz for this long instead of a count")
     parser.add_argument("--kills", type=int, default=1000, help="kill rounds during saves (default 1,000)")
     args = parser.parse_args()
-    print("soak: seed %d, %s, %d kill rounds" % (args.seed, "%.1f minutes" % args.minutes if args.minutes
+    print("soak: --seed %d, %s, %d kill rounds" % (args.start, "%.1f minutes" % args.minutes if args.minutes
                                                   else "%d datagrams" % args.datagrams, args.kills), flush=True)
     figures = {}
     failure = None

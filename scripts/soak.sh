@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds, then soaks the running program under Xvfb and Wine: both channels
-# fuzzed from a seed, answers checked, memory, handles and GUI objects
-# compared, and the program killed again and again in the middle of saves.
+# fuzzed (the same run again for the same --seed), answers checked, memory,
+# handles and GUI objects compared, and the program killed again and again
+# in the middle of saves.
 #   bash scripts/soak.sh [--datagrams N] [--seed S] [--minutes M] [--kills N]
 # The last line is the verdict; the exit status is 0 only for a clean one.
 set -euo pipefail

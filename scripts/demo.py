@@ -101,10 +101,8 @@ def log_since(scene, seen):
 
 
 def host_visible(scene):
-    windows = scene.game.owned()
-    if isinstance(windows, dict):
-        windows = windows.get("windows", [])
-    return any(w.get("class") == "GRAOverlayHost" and w.get("visible") for w in windows)
+    host = scene.host_window()
+    return bool(host and host.get("visible"))
 
 
 def centre_of(scene, selector):

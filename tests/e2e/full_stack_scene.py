@@ -178,14 +178,20 @@ class FullStackScene:
     def reports(self, quiet=1.0):
         return [d.decode("utf-8", "replace") for d in self.link.receive_all(quiet)]
 
+    def host_window(self):
+        """The host window's description as the game sees it (its owned window in owned mode, its
+        child in child mode), or None while there is none."""
+        windows = self.game.owned() if self.mode == "owned" else self.game.children()
+        if isinstance(windows, dict):
+            windows = windows.get("windows", [])
+        hosts = [w for w in windows if w.get("class") == "GRAOverlayHost"]
+        return hosts[0] if hosts else None
+
     def host_hwnd(self):
-        """The host window: the game's owned window (owned mode) or its child (child mode)."""
+        """The host window's handle, waited for."""
         def find():
-            windows = self.game.owned() if self.mode == "owned" else self.game.children()
-            if isinstance(windows, dict):
-                windows = windows.get("windows", [])
-            hosts = [w for w in windows if w.get("class") == "GRAOverlayHost"]
-            return hosts[0]["hwnd"] if hosts else None
+            host = self.host_window()
+            return host["hwnd"] if host else None
         hwnd = wait_until(find, 20)
         if not hwnd:
             raise AssertionError("no host window found beside the game")

@@ -212,6 +212,15 @@ class SavePoster(threading.Thread):
             self.done += 1
 
 
+def end_kill_round(overlay, page, poster):
+    """Stops what one kill round started, whatever of it did start."""
+    if poster is not None:
+        poster.stop = True
+    if page is not None:
+        page.close()
+    overlay.stop()
+
+
 class SideReader(threading.Thread):
     """Reads a page file again and again while saves and kills go on, and
     counts the reads, the moments it was missing and the reads that were no
@@ -300,11 +309,7 @@ class KilledWhileSaving(unittest.TestCase):
             self.assertNotIn("save gra_pad.json: FAILED", overlay.messages())
             return poster.number - first_number
         finally:
-            if poster is not None:
-                poster.stop = True
-            if page is not None:
-                page.close()
-            overlay.stop()
+            end_kill_round(overlay, page, poster)
 
 
 if __name__ == "__main__":

@@ -161,7 +161,9 @@ class Ending(unittest.TestCase):
 class PortClaim(unittest.TestCase):
     def test_the_port_is_the_low_16_bits_of_the_option(self):
         port = free_udp_port()
-        with Overlay("port-low-bits", port=port + 65536):
+        with Overlay("port-low-bits", port=port + 65536) as overlay:
+            # "started" is logged before the port is claimed; the web view comes after it.
+            self.assertTrue(overlay.wait_for_log(r"^WebView2 ready, page ", 20), overlay.messages())
             with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
                 with self.assertRaises(OSError):
                     probe.bind(("127.0.0.1", port))

@@ -33,7 +33,23 @@ void noteDatagramSource(const sockaddr_in& source) {
     host.gamePort = port;
 }
 
-void receiveGameDatagrams() {
+namespace {
+
+// Every read while more datagrams wait posts another notification: a batch
+// read with notifications on would leave up to a batch of them queued, and a
+// flood would fill the message queue with them, ahead of the page's messages
+// and of WM_QUIT (which is only taken from a queue with nothing else posted).
+// So they are off while a batch is read; switching them on again posts one
+// at once if datagrams still wait.
+void pauseNotifications() {
+    if (host.hostWindow) WSAAsyncSelect(host.gameSocket, host.hostWindow, 0, 0);
+}
+
+void resumeNotifications() {
+    if (host.hostWindow) WSAAsyncSelect(host.gameSocket, host.hostWindow, socketMessage, FD_READ);
+}
+
+void readBatch() {
     // A program that is quitting changes nothing more, not even for the rest
     // of a batch that held "bye".
     for (int read = 0; read < datagramsPerNotification && !host.quitting; ++read) {
@@ -48,6 +64,16 @@ void receiveGameDatagrams() {
         noteDatagramSource(source);
         dispatchGameDatagram(std::string(receiveBuffer));
     }
+}
+
+}  // namespace
+
+void receiveGameDatagrams() {
+    pauseNotifications();
+    readBatch();
+    // A program that is quitting reads nothing more: nothing may stand
+    // between it and its WM_QUIT.
+    if (!host.quitting) resumeNotifications();
 }
 
 void sendToGame(const std::string& text) {

@@ -12,7 +12,9 @@
 constexpr UINT socketMessage = WM_APP + 1;
 
 // Reads what waits, at most a bounded batch, and nothing once the program is
-// quitting; counts, notes the sender and dispatches each one.
+// quitting; counts, notes the sender and dispatches each one. The socket's
+// notifications are paused while it reads, and stay off once the program is
+// quitting.
 void receiveGameDatagrams();
 
 // Whether a recvfrom result (and its error code) ends a read; a reset

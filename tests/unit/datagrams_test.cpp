@@ -121,6 +121,80 @@ TEST_F(LinkSocket, NothingAfterByeIsCarriedOut) {
     EXPECT_TRUE(host_windows::takeQuitMessage());
 }
 
+// The same, with the socket's notifications posted to a window as the
+// program's own socket has them.
+class NotifyingLinkSocket : public LinkSocket {
+protected:
+    void SetUp() override {
+        LinkSocket::SetUp();
+        window = host_windows::makeGameWindow(L"GraNotifiedWindow", host_windows::uniqueName(L"notified"), false);
+        host.hostWindow = window;
+        ASSERT_EQ(WSAAsyncSelect(program, window, socketMessage, FD_READ), 0);
+    }
+
+    void TearDown() override {
+        WSAAsyncSelect(program, window, 0, 0);
+        DestroyWindow(window);
+        takeNotifications();
+        LinkSocket::TearDown();
+    }
+
+    // Waits (up to 10 s) until a notification is queued; true if one is.
+    bool notified() {
+        DWORD start = GetTickCount();
+        MSG message;
+        while (!PeekMessageW(&message, window, socketMessage, socketMessage, PM_NOREMOVE)) {
+            if (GetTickCount() - start > 10000) return false;
+            Sleep(10);
+        }
+        return true;
+    }
+
+    // Removes the queued notifications and says how many there were.
+    int takeNotifications() {
+        MSG message;
+        int taken = 0;
+        while (PeekMessageW(&message, window, socketMessage, socketMessage, PM_REMOVE)) ++taken;
+        return taken;
+    }
+
+    HWND window = nullptr;
+};
+
+TEST_F(NotifyingLinkSocket, ABatchLeavesOneNotificationQueuedWhileMoreWait) {
+    std::vector<std::string> texts;
+    for (int i = 0; i < 300; ++i) texts.push_back("GRAO nothing " + std::to_string(i));
+    sendAll(texts);
+    ASSERT_TRUE(notified());
+    takeNotifications();
+    receiveGameDatagrams();
+    EXPECT_EQ(received(), 256u);
+    // Not one per read (a flood would fill the queue with them), but the
+    // one that brings the rest.
+    ASSERT_TRUE(notified());
+    EXPECT_EQ(takeNotifications(), 1);
+    receiveGameDatagrams();
+    EXPECT_EQ(received(), 300u);
+}
+
+TEST_F(NotifyingLinkSocket, AfterByeNoNotificationIsLeftToHoldUpTheQuit) {
+    std::vector<std::string> texts{"GRAO bye"};
+    for (int i = 0; i < 300; ++i) texts.push_back("GRAO nothing " + std::to_string(i));
+    sendAll(texts);
+    ASSERT_TRUE(notified());
+    takeNotifications();
+    receiveGameDatagrams();
+    EXPECT_TRUE(host.quitting);
+    EXPECT_TRUE(host_windows::takeQuitMessage());
+    // More datagrams come, and none of them is announced: nothing stands
+    // between the program and its exit. (Nothing can show that a message
+    // will never come; a notification would be posted at once.)
+    sendAll({"GRAO nothing more"});
+    MSG message;
+    EXPECT_FALSE(PeekMessageW(&message, window, socketMessage, socketMessage, PM_NOREMOVE));
+    EXPECT_EQ(takeNotifications(), 0);
+}
+
 TEST(ReadOutcome, AResetReportIsNoDatagramAndEndsNoRead) {
     EXPECT_FALSE(readEnds(SOCKET_ERROR, WSAECONNRESET));
     EXPECT_TRUE(readEnds(SOCKET_ERROR, WSAEWOULDBLOCK));

@@ -237,6 +237,7 @@ void resetModeFields() {
 }
 
 void ChildModeHostTest::SetUp() {
+    ASSERT_TRUE(gameAnswers.applied());
     host.hostWindow = windows.overlay;
     host.gameWindow = windows.game;
     host.childMode = true;

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "host_windows_support.h"
+#include "import_patch.h"
 #include "page/webview2.h"
 #include "test_support.h"
 
@@ -182,6 +183,14 @@ protected:
     RecordingController controller;
     RecordingWebView webView;
     host_windows::TestWindows windows;
+    // The game window belongs to the test's own thread, which looks for
+    // messages only now and then: on a busy machine the system would call it
+    // hung after 5 s without a look, and the program would rightly leave the
+    // focus and the window alone. Here the game always answers.
+    ImportPatch gameAnswers{"user32.dll", "IsHungAppWindow", reinterpret_cast<void*>(&neverHung)};
+
+private:
+    static BOOL WINAPI neverHung(HWND) { return FALSE; }
 };
 
 }  // namespace fakes

@@ -20,6 +20,7 @@ import os
 import re
 import shutil
 import subprocess
+import time
 
 from chromium_bridge import Bridge
 from harness import BUILD_DIR, GameLink, Overlay, free_udp_port, scratch_dir, unique, wait_until, wine_path
@@ -57,6 +58,20 @@ def save_screen(folder_name, name):
     folder = os.path.join(BUILD_DIR, "screenshots", folder_name)
     os.makedirs(folder, exist_ok=True)
     return screenshot(os.path.join(folder, name + ".png"))
+
+
+def wait_for_screen(folder_name, name, points, shows, timeout=10):
+    """Saves the display again and again until the colours at the points are
+    what shows(colours) accepts, or the deadline passes; returns the last
+    screenshot's path and colours. The screen is looked at until it shows
+    what is expected: a page fades in, a frame is on its way."""
+    deadline = time.monotonic() + timeout
+    while True:
+        path = save_screen(folder_name, name)
+        colours = screen_pixels(path, points)
+        if shows(colours) or time.monotonic() >= deadline:
+            return path, colours
+        time.sleep(0.2)
 
 
 def screen_pixels(path, points):
@@ -213,6 +228,10 @@ class FullStackScene:
     def screenshot(self, label):
         """Saves the whole X display as build/screenshots/full-stack/<name>-<label>.png; returns the path."""
         return save_screen("full-stack", "%s-%s" % (self.name, label))
+
+    def screen_until(self, label, points, shows, timeout=10):
+        """Screenshots until shows(colours at the points) is true or the deadline passes: (path, colours)."""
+        return wait_for_screen("full-stack", "%s-%s" % (self.name, label), points, shows, timeout)
 
     def pixels(self, path, points):
         """The colours (r, g, b) at screen points of a screenshot."""

@@ -67,19 +67,30 @@ class FullStackCase(unittest.TestCase):
         return found
 
 
-    def screenshot_of_region(self, scene, label):
-        """Once the region is the page's one hit box: a screenshot, the client origin and the box."""
+    def region_box(self, scene):
+        """Once the region is the page's one hit box: the client origin and the box."""
         expected, _ = self.wait_region_matches(scene, 1.0)
-        time.sleep(0.5)
-        return scene.screenshot(label), scene.client_origin(), expected[0]
+        return scene.client_origin(), expected[0]
 
-    def assert_game_seen(self, colours, page_colours, shot):
-        """Outside the region the game is seen: neither the page, nor the host's own background, nor nothing."""
-        for colour in colours:
-            self.assertFalse(any(near(colour, p, 4) for p in page_colours), "page pixels outside: %r (%s)"
-                             % (colours, shot))
-            self.assertFalse(near(colour, COVER_BLUE, 4), "the host's background outside: %r (%s)" % (colours, shot))
-            self.assertFalse(near(colour, (0, 0, 0), 3), "nothing drawn outside: %r (%s)" % (colours, shot))
+    def assert_screen_shows(self, scene, label, points, problems, timeout=10):
+        """Looks at the screen until problems(colours at the points) finds none, or the deadline
+        passes; then fails with what the last screenshot still showed wrong."""
+        shot, colours = scene.screen_until(label, points, lambda colours: not problems(colours), timeout)
+        found = problems(colours)
+        self.assertFalse(found, "%s: %r (%s)" % ("; ".join(found), colours, shot))
+
+
+def game_seen_problems(colours, page_colours):
+    """Outside the region the game is seen: neither the page, nor the host's own background, nor nothing."""
+    found = []
+    for colour in colours:
+        if any(near(colour, p, 4) for p in page_colours):
+            found.append("page pixels outside")
+        if near(colour, COVER_BLUE, 4):
+            found.append("the host's background outside")
+        if near(colour, (0, 0, 0), 3):
+            found.append("nothing drawn outside")
+    return found
 
 
 class DefaultPage(FullStackCase):
@@ -108,22 +119,26 @@ class DefaultPage(FullStackCase):
             notes = scene.eval("[...document.querySelectorAll('#notes .note-text')].map((e) => e.textContent)")
             self.assertEqual(notes, ["one", "second"])
             self.assertEqual(scene.eval("document.querySelector('#notes .note-title').textContent"), "First")
-            shot, (ox, oy), (left, top, right, bottom) = self.screenshot_of_region(scene, "panel")
+            (ox, oy), (left, top, right, bottom) = self.region_box(scene)
             header = scene.eval("(() => { const r = document.querySelector('.panel-head').getBoundingClientRect();"
                                 " return [r.left + 6, r.top + r.height / 2]; })()")
             inside = [(ox + left + 3, oy + top + 3), (ox + int(header[0]), oy + int(header[1])),
                       (ox + (left + right) // 2, oy + bottom - 12)]
             outside = [(ox + left - 40, oy + top + 40), (ox + 20, oy + 20)]
-            colours = scene.pixels(shot, inside + outside)
             page_colours = [tuple(c) for c in scene.eval(
                 "['.panel', '.panel-head', '.pad-text'].map((s) => getComputedStyle(document.querySelector(s))"
                 ".backgroundColor.match(/[\\d.]+/g).map(Number)).filter((c) => c.length === 3 || c[3] > 0)"
                 ".map((c) => c.slice(0, 3))")]
-            for colour in colours[:3]:
-                self.assertFalse(near(colour, (0, 0, 0), 3), "no page pixels inside the region: %r (%s)" % (colours, shot))
-                self.assertTrue(any(near(colour, p, 24) for p in page_colours + [COVER_BLUE]),
-                                "%r is not the panel's colours %r (%s)" % (colour, page_colours, shot))
-            self.assert_game_seen(colours[3:], page_colours, shot)
+
+            def problems(colours):
+                found = []
+                for colour in colours[:len(inside)]:
+                    if near(colour, (0, 0, 0), 3):
+                        found.append("no page pixels inside the region")
+                    elif not any(near(colour, p, 24) for p in page_colours + [COVER_BLUE]):
+                        found.append("not the panel's colours %r inside the region" % (page_colours,))
+                return found + game_seen_problems(colours[len(inside):], page_colours)
+            self.assert_screen_shows(scene, "panel", inside + outside, problems)
 
     def test_full_stack_a_note_in_passive_mode_is_drawn_with_the_game_round_it(self):
         # In passive mode the mouse is the game's: the host is layered with the colour key. Wine would
@@ -135,17 +150,19 @@ class DefaultPage(FullStackCase):
             self.assertTrue(scene.wait_eval("document.querySelector('#toasts .toast') !== null"), "no note card")
             self.assertTrue(scene.overlay.wait_for_log(r"^mouse: the game's", 10), scene.overlay.messages())
             self.assertEqual(scene.host_info().get("layered", {}).get("key"), "00010001")
-            shot, (ox, oy), (left, top, right, bottom) = self.screenshot_of_region(scene, "note")
+            (ox, oy), (left, top, right, bottom) = self.region_box(scene)
             text = scene.eval("(() => { const r = document.querySelector('#toasts .note-text').getBoundingClientRect();"
                               " return [r.left + 2, r.top + r.height / 2]; })()")
             inside = [(ox + (left + right) // 2, oy + bottom - 8), (ox + int(text[0]), oy + int(text[1]))]
             outside = [(ox + left - 30, oy + top + 20), (ox + 40, oy + 300), (ox + (left + right) // 2, oy + bottom + 40)]
-            colours = scene.pixels(shot, inside + outside)
             toast = tuple(scene.eval("getComputedStyle(document.querySelector('#toasts .toast'))"
                                      ".backgroundColor.match(/[\\d.]+/g).slice(0, 3).map(Number)"))
-            self.assertTrue(near(colours[0], toast, 24), "not the card inside the region: %r, card %r (%s)"
-                            % (colours, toast, shot))
-            self.assert_game_seen(colours[len(inside):], [toast], shot)
+
+            # The card fades in: its colour is reached at the end of the fade.
+            def problems(colours):
+                found = [] if near(colours[0], toast, 24) else ["not the card %r inside the region" % (toast,)]
+                return found + game_seen_problems(colours[len(inside):], [toast])
+            self.assert_screen_shows(scene, "note", inside + outside, problems)
 
     def region_follows(self, scale):
         with FullStackScene("fs-region-%s" % str(scale).replace(".", "_"), scale=scale) as scene:

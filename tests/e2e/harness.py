@@ -60,6 +60,18 @@ def wait_until(predicate, timeout, interval=0.05):
         time.sleep(interval)
 
 
+def udp_queue_bytes(port):
+    """The bytes waiting in the receive queue of the UDP socket bound to
+    127.0.0.1:port (from /proc/net/udp), or None when none is bound."""
+    local = "0100007F:%04X" % port
+    with open("/proc/net/udp") as table:
+        for line in table.readlines()[1:]:
+            fields = line.split()
+            if fields[1] == local:
+                return int(fields[4].split(":")[1], 16)
+    return None
+
+
 def read_log_file(path):
     """The raw lines of a log file (CR LF line ends stripped)."""
     try:
@@ -134,10 +146,21 @@ class Overlay:
         self.process = subprocess.Popen(["wine", self.exe] + self.args, env=self.env,
                                         stdin=subprocess.DEVNULL, stdout=self._output,
                                         stderr=subprocess.STDOUT)
-        if wait_started:
-            if not self.wait_for_log(r"^started, build ", timeout=30):
-                raise AssertionError("the program did not start: %r" % self.log_lines())
+        # A Wine process can take long to start on a busy machine: the wait
+        # is generous, since it costs nothing when the start is quick.
+        if wait_started and not self.wait_for_log(r"^started, build ", timeout=60):
+            raise AssertionError("the program did not start: log %r, %s, Wine said %r"
+                                 % (self.log_lines(), "still running" if self.running() else
+                                    "ended with %r" % self.process.poll(), self.wine_output()[-2000:]))
         return self
+
+    def wine_output(self):
+        """What Wine and the program wrote on their output, as text."""
+        try:
+            with open(os.path.join(self.dir, "wine-output.txt"), "rb") as f:
+                return f.read().decode("utf-8", errors="replace")
+        except FileNotFoundError:
+            return ""
 
     def wait_exit(self, timeout):
         try:
@@ -208,6 +231,12 @@ class Overlay:
         if not line:
             raise AssertionError("no web view was created: %r" % self.journal())
         return line.split("parent=")[1].strip()
+
+    def wait_datagrams_read(self, timeout=10):
+        """Waits until the program has read every datagram sent to its port so
+        far (the loopback puts a datagram in the socket's queue before sendto
+        returns, so an empty queue means it was read); true if it has."""
+        return wait_until(lambda: udp_queue_bytes(self.port) == 0, timeout)
 
     def post_message(self, message, wparam=0, lparam=0):
         """Posts a window message to this program's host window."""

@@ -126,7 +126,7 @@ class ReplyAddress(LinkTestCase):
         other = GameLink(self.overlay.port)
         self.addCleanup(other.close)
         other.send("nonsense")
-        time.sleep(0.5)
+        self.assertTrue(self.overlay.wait_datagrams_read())
         self.assertEqual(page.post('{"type":"modal","on":true}'), "done")
         self.expect_reply(other, b"GRAO modal on")
         self.assertIsNone(self.link.receive(0.5))

@@ -67,6 +67,9 @@ DWORD WINAPI writeCrashReport(void*) {
     DWORD error = 0;
     bool dumped = writeDump(error);
     logCrash(dumped, error);
+    // Ended from here, with the exception's code: returning to the crashed
+    // thread would have the system unwind a stack that may be used up.
+    TerminateProcess(GetCurrentProcess(), writer.exception->ExceptionRecord->ExceptionCode);
     SetEvent(writer.done);
     return 0;
 }
@@ -80,8 +83,8 @@ LONG WINAPI onUnhandledException(EXCEPTION_POINTERS* exception) {
         SetEvent(writer.wake);
     }
     WaitForSingleObject(writer.done, writeLimitMs);
-    // Ends the process here, before the system would offer a debugger or a
-    // dialog box.
+    // Reached only when the writer did not end the process in time: ends it
+    // here, before the system would offer a debugger or a dialog box.
     return EXCEPTION_EXECUTE_HANDLER;
 }
 

@@ -35,14 +35,20 @@ int useStack(int depth) {
     return nextLevel(depth + 1) + page[depth % 4096];
 }
 
+// A write to a page that allows no access at all: a null pointer would not
+// do, since Wine may have memory at address 0.
+void writeWhereNothingMayBeWritten() {
+    void* page = VirtualAlloc(nullptr, 4096, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS);
+    *static_cast<volatile int*>(page) = 1;
+}
+
 void crash(const std::string& how) {
     journal("page.crash " + how);
     if (how == "stack") {
         nextLevel(0);
-        return;
+    } else {
+        writeWhereNothingMayBeWritten();
     }
-    int* volatile nowhere = nullptr;
-    *nowhere = 1;
 }
 
 std::string answerScale(const std::string& number) {

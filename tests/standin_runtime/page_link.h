@@ -12,7 +12,7 @@
 //                      "bad scale" when the number cannot be read
 //   crash access    -> no reply: the program's process crashes right here, in
 //                      this callback on its GUI thread, with an access
-//                      violation (a write through a null pointer)
+//                      violation (a write to a page that allows no access)
 //   crash stack     -> no reply: the same with a stack overflow
 //   anything else   -> "unknown"
 // Every PostWebMessageAsJson of the program is sent as "posted <json>" to

@@ -69,7 +69,17 @@ namespace GraOverlay
         State = 1, // "state hidden|passive|active": Mode is set
         Modal = 2, // "modal on|off": ModalOn is set
         Game = 3,  // "game <cmd> [arg]": Command and Argument are set
-        Other = 4  // anything else after the magic: see Text
+        Other = 4, // anything else after the magic: see Text
+        Warn = 5   // "warn elevated|fullscreen|windowed": Warning is set
+    }
+
+    /// <summary>Why the overlay cannot work (docs/game-protocol.md tells what to do).</summary>
+    public enum GraLinkWarning
+    {
+        None = 0,       // not a Warn report
+        Elevated = 1,   // the game runs elevated and the overlay does not
+        Fullscreen = 2, // the game went exclusive fullscreen
+        Windowed = 3    // the game left exclusive fullscreen
     }
 
     /// <summary>One report of the program.</summary>
@@ -78,6 +88,7 @@ namespace GraOverlay
         public GraLinkReportKind Kind;
         public GraLinkMode Mode = GraLinkMode.Unknown;
         public bool ModalOn;
+        public GraLinkWarning Warning = GraLinkWarning.None;
         public string Command = ""; // Game: the page's command word
         public string Argument = ""; // Game: its argument, empty when there is none
         public string Text = "";    // the whole text after "GRAO "
@@ -324,6 +335,9 @@ namespace GraOverlay
                 case "state active": r.Kind = GraLinkReportKind.State; r.Mode = GraLinkMode.Active; return;
                 case "modal on": r.Kind = GraLinkReportKind.Modal; r.ModalOn = true; return;
                 case "modal off": r.Kind = GraLinkReportKind.Modal; r.ModalOn = false; return;
+                case "warn elevated": r.Kind = GraLinkReportKind.Warn; r.Warning = GraLinkWarning.Elevated; return;
+                case "warn fullscreen": r.Kind = GraLinkReportKind.Warn; r.Warning = GraLinkWarning.Fullscreen; return;
+                case "warn windowed": r.Kind = GraLinkReportKind.Warn; r.Warning = GraLinkWarning.Windowed; return;
             }
             r.Kind = GraLinkReportKind.Other;
             const int gameLength = 5; // "game "

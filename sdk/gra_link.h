@@ -99,13 +99,23 @@ enum gra_link_report_kind {
     GRA_LINK_REPORT_STATE = 1, /* "state hidden|passive|active": mode is set */
     GRA_LINK_REPORT_MODAL = 2, /* "modal on|off": modal_on is set */
     GRA_LINK_REPORT_GAME = 3,  /* "game <cmd> [arg]": cmd and arg are set */
-    GRA_LINK_REPORT_OTHER = 4  /* anything else after the magic: see text */
+    GRA_LINK_REPORT_OTHER = 4, /* anything else after the magic: see text */
+    GRA_LINK_REPORT_WARN = 5   /* "warn elevated|fullscreen|windowed": warning is set */
+};
+
+/* Why the overlay cannot work (docs/game-protocol.md tells what to do). */
+enum gra_link_warning {
+    GRA_LINK_WARN_NONE = 0,       /* not a WARN report */
+    GRA_LINK_WARN_ELEVATED = 1,   /* the game runs elevated and the overlay does not */
+    GRA_LINK_WARN_FULLSCREEN = 2, /* the game went exclusive fullscreen */
+    GRA_LINK_WARN_WINDOWED = 3    /* the game left exclusive fullscreen */
 };
 
 typedef struct gra_link_report {
     int kind;      /* one of enum gra_link_report_kind */
     int mode;      /* STATE: one of enum gra_link_mode, else -1 */
     int modal_on;  /* MODAL: 1 for "modal on", 0 for "modal off" */
+    int warning;   /* WARN: one of enum gra_link_warning, else GRA_LINK_WARN_NONE */
     char cmd[40];  /* GAME: the page's command word, 1 to 39 bytes */
     char arg[200]; /* GAME: its argument, empty when there is none */
     char text[GRA_LINK_REPORT_MAX + 1]; /* the whole text after "GRAO " */
@@ -761,6 +771,14 @@ static void grl_classify(gra_link_report *r, size_t len) {
         r->kind = GRA_LINK_REPORT_MODAL;
         r->modal_on = r->text[7] == 'n';
         return;
+    }
+    for (m = GRA_LINK_WARN_ELEVATED; m <= GRA_LINK_WARN_WINDOWED; m++) {
+        static const char *const warnings[] = {"warn elevated", "warn fullscreen", "warn windowed"};
+        if (strcmp(r->text, warnings[m - GRA_LINK_WARN_ELEVATED]) == 0) {
+            r->kind = GRA_LINK_REPORT_WARN;
+            r->warning = m;
+            return;
+        }
     }
     if (len > sizeof game - 1 && memcmp(r->text, game, sizeof game - 1) == 0) {
         const char *cmd = r->text + sizeof game - 1;

@@ -56,9 +56,17 @@ export interface HostMessage { type: 'host'; through: boolean; hit: boolean }
 export interface FileMessage { type: 'file'; name: string; ok: boolean; text: string }
 /** The answer to a save. */
 export interface SavedMessage { type: 'saved'; name: string; ok: boolean }
+/**
+ * Why the overlay cannot work, or that it can again: "elevated" (the game runs as administrator
+ * and the overlay does not), "fullscreen" (the game went exclusive fullscreen, where nothing can
+ * be seen over it), "windowed" (it left exclusive fullscreen). Held until the page is ready.
+ */
+export interface WarnMessage { type: 'warn'; what: Warning }
+export type Warning = 'elevated' | 'fullscreen' | 'windowed';
 
 export type HostTypeMessage =
-  | ShowMessage | CloseMessage | AwayMessage | BackMessage | NoteMessage | HostMessage | FileMessage | SavedMessage;
+  | ShowMessage | CloseMessage | AwayMessage | BackMessage | NoteMessage | HostMessage | FileMessage | SavedMessage
+  | WarnMessage;
 
 /** The events of an Overlay and what their handlers receive. */
 export interface OverlayEvents {
@@ -67,6 +75,7 @@ export interface OverlayEvents {
   away: AwayMessage;
   back: BackMessage;
   note: NoteMessage;
+  warn: WarnMessage;
   host: HostMessage;
   file: FileMessage;
   saved: SavedMessage;
@@ -156,6 +165,7 @@ export declare function connect(options?: ConnectOptions): Overlay;
 export declare const MODES: readonly Mode[];
 export declare const PAGE_FILES: readonly ['gra_pad.json', 'gra_overlay.json'];
 export declare const HOST_TYPES: readonly HostTypeMessage['type'][];
+export declare const WARNINGS: readonly Warning[];
 
 /** Builders of every page message, checked as the host checks them; they throw on bad input. */
 export declare const messages: {
@@ -200,6 +210,8 @@ export interface GraOverlayDev {
   back(): void;
   /** The game's "page": any message, delivered as it is. */
   page(value: unknown): void;
+  /** The host's "warn": why the overlay cannot work (held until the page is ready). */
+  warn(what: Warning): void;
   readonly state: { mode: Mode; cover: boolean; through: boolean; modal: boolean; rects: Rect[] };
 }
 

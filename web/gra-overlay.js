@@ -13,7 +13,9 @@ export const MODES = Object.freeze(['hidden', 'passive', 'active']);
 /** The only two files the host reads and writes for the page (names compared without case). */
 export const PAGE_FILES = Object.freeze(['gra_pad.json', 'gra_overlay.json']);
 /** Message types the host itself sends to the page. */
-export const HOST_TYPES = Object.freeze(['show', 'close', 'away', 'back', 'note', 'host', 'file', 'saved']);
+export const HOST_TYPES = Object.freeze(['show', 'close', 'away', 'back', 'note', 'warn', 'host', 'file', 'saved']);
+/** What the host's "warn" message says: why the overlay cannot work, or that it can again. */
+export const WARNINGS = Object.freeze(['elevated', 'fullscreen', 'windowed']);
 
 const EVENTS = new Set([...HOST_TYPES, 'page', 'message']);
 const encoder = new TextEncoder();
@@ -121,6 +123,7 @@ export function readHostMessage(data) {
   switch (type) {
     case 'show': return { event: type, detail: { type, pad: text(data.pad) } };
     case 'note': return { event: type, detail: { type, note: data.note } };
+    case 'warn': return { event: type, detail: { type, what: text(data.what) } };
     case 'host': return { event: type, detail: { type, through: data.through === true, hit: data.hit === true } };
     case 'file': return { event: type, detail: { type, name: text(data.name), ok: data.ok === true, text: text(data.text) } };
     case 'saved': return { event: type, detail: { type, name: text(data.name), ok: data.ok === true } };
@@ -565,6 +568,11 @@ export function connect(options = {}) {
 // ways on the console, and offers window.graOverlayDev and a small panel to play the game's side.
 
 const DEV_STORE = 'gra-overlay-dev:';
+const WARNING_LINES = Object.freeze({
+  elevated: 'game runs elevated and this program does not - Windows keeps the overlay from the game\'s window and input (start both elevated, or neither)',
+  fullscreen: 'the game went exclusive fullscreen - the overlay cannot be seen over it (borderless windowed works)',
+  windowed: 'the game left exclusive fullscreen',
+});
 
 class DevHost {
   #win;
@@ -579,7 +587,8 @@ class DevHost {
     this.#win = win;
     win.graOverlayDev = this.#consoleApi();
     console.info('gra-overlay: no host here (window.chrome.webview is missing); a simulated one answers. '
-      + 'Play the game with graOverlayDev.show("pad"), .close(), .note("text"), .away(), .back(), .page({...}).');
+      + 'Play the game with graOverlayDev.show("pad"), .close(), .note("text"), .away(), .back(), .page({...}), '
+      + '.warn("elevated"|"fullscreen"|"windowed").');
     if (withPanel && win.document) {
       const start = () => { this.#panel = new DevPanel(win, this); };
       if (win.document.readyState === 'loading') win.addEventListener('DOMContentLoaded', start, { once: true });
@@ -628,9 +637,20 @@ class DevHost {
 
   page(value) { this.#deliver(value); }
 
+  // As the host tells them: the log line, the game's datagram, the page's message, which waits
+  // for the page's "ready" like a note.
+  warn(what) {
+    if (!WARNINGS.includes(what)) fail(RangeError, `warn() takes ${WARNINGS.join(', ')}, not "${what}"`);
+    console.info(`gra-overlay: host log: ${WARNING_LINES[what]}`);
+    this.#toGame(`warn ${what}`);
+    const message = { type: 'warn', what };
+    if (this.#pageReady) this.#deliver(message);
+    else this.#held.push(message);
+  }
+
   #consoleApi() {
     const api = {};
-    for (const name of ['show', 'close', 'note', 'away', 'back', 'page']) api[name] = (...args) => this[name](...args);
+    for (const name of ['show', 'close', 'note', 'away', 'back', 'page', 'warn']) api[name] = (...args) => this[name](...args);
     Object.defineProperty(api, 'state', { get: () => ({ ...this.state }) });
     return Object.freeze(api);
   }
@@ -742,6 +762,7 @@ const PANEL_HTML = `
     <div class="row"><input type="text" name="pad" placeholder="pad text for show"><button data-do="show">Show</button><button data-do="close">Close</button></div>
     <div class="row"><input type="text" name="note" placeholder="note (JSON or text)"><button data-do="note">Note</button></div>
     <div class="row"><button data-do="away">Away</button><button data-do="back">Back</button></div>
+    <div class="row"><button data-do="elevated">Elevated</button><button data-do="fullscreen">Fullscreen</button><button data-do="windowed">Windowed</button></div>
     <label><input type="checkbox" name="backdrop" checked> game backdrop</label>
     <label><input type="checkbox" name="clip" checked> show only the hit region (what the player sees)</label>
     <ol></ol>
@@ -811,6 +832,9 @@ class DevPanel {
       note: () => this.#host.note(parseNote(field('note').value)),
       away: () => this.#host.away(),
       back: () => this.#host.back(),
+      elevated: () => this.#host.warn('elevated'),
+      fullscreen: () => this.#host.warn('fullscreen'),
+      windowed: () => this.#host.warn('windowed'),
     };
     this.#root.addEventListener('click', (event) => {
       const action = event.target.closest('button')?.dataset.do;

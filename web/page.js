@@ -78,6 +78,33 @@ document.addEventListener('keydown', (event) => {
 overlay.on('away', () => root.classList.add('away'));
 overlay.on('back', () => root.classList.remove('away'));
 
+// ---- warnings: why the overlay cannot work, in the player's words ------------------------------
+
+const WARNING_TEXTS = Object.freeze({
+  elevated: 'The game runs as administrator and this overlay does not, so Windows keeps the overlay '
+    + 'away from the game. Start both the same way: both as administrator, or neither.',
+  fullscreen: 'The game runs in exclusive fullscreen, where the overlay cannot be seen. '
+    + 'Switch the game to borderless windowed in its display settings.',
+});
+const warnings = new Set();
+
+overlay.on('warn', ({ what }) => {
+  if (what === 'windowed') warnings.delete('fullscreen');
+  else if (what in WARNING_TEXTS) warnings.add(what);
+  showWarnings();
+});
+
+function showWarnings() {
+  const banner = $('#warning');
+  banner.hidden = warnings.size === 0;
+  $('#warning-text').replaceChildren(...[...warnings].map((what) => element('p', 'warning-line', WARNING_TEXTS[what])));
+}
+
+$('#warning-close').addEventListener('click', () => {
+  warnings.clear();
+  showWarnings();
+});
+
 // ---- notes ---------------------------------------------------------------------------------
 
 overlay.on('note', ({ note }) => {

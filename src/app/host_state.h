@@ -38,6 +38,17 @@ struct PageRect {
     int32_t height = 0;
 };
 
+// What the program has found that keeps the overlay from working, and what it
+// has told about it (host/game_warnings.h).
+struct GameWarnings {
+    uint32_t tokenCheckedFor = 0;        // the game process whose token was compared last
+    bool gameElevated = false;           // it runs elevated and this program does not
+    bool exclusiveFullscreen = false;    // the state told last; windowed at start
+    bool fullscreenAsked = false;        // the system has been asked at least once
+    uint32_t fullscreenAskedAt = 0;      // tick count of the last question
+    bool fullscreenQueryFailed = false;  // a failing question has been logged
+};
+
 enum Mode : int32_t { modeHidden = 0, modePassive = 1, modeActive = 2 };
 
 // Fields in their declared order: the destructor releases them in reverse, so
@@ -95,6 +106,7 @@ struct HostState {
     std::wstring gameTitle = L"Gravos Arena";
     std::wstring gameClass = L"Win32Window";
     std::wstring dataFolder;
+    GameWarnings warnings;
 };
 
 extern HostState host;

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "app/command_line.h"
+#include "app/crash_dump.h"
 #include "app/host_state.h"
 #include "app/log.h"
 #include "app/text.h"
@@ -118,6 +119,7 @@ int runHost(HINSTANCE instance) {
     emptyFile(host.logPath, L"w");
     logLine("started, build %s, pid %lu, mode %s, web %s", buildString, GetCurrentProcessId(),
             host.childMode ? "child" : "owned", wideToUtf8(host.webFolder).c_str());
+    installCrashHandler();
 
     WSADATA wsaData;
     WSAStartup(0x0202, &wsaData);

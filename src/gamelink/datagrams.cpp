@@ -3,6 +3,7 @@
 #include "app/counters.h"
 #include "app/host_state.h"
 #include "gamelink/game_commands.h"
+#include "host/game_warnings.h"
 
 namespace {
 
@@ -61,8 +62,11 @@ void readBatch() {
         if (received <= 0) continue;
         count(gameToHost);
         receiveBuffer[received] = '\0';
+        bool addressWasKnown = host.replyAddressKnown;
         noteDatagramSource(source);
         dispatchGameDatagram(std::string(receiveBuffer));
+        // What went wrong before the game first spoke is told now.
+        if (!addressWasKnown) tellGameTheWarnings();
     }
 }
 

@@ -3,6 +3,7 @@
 #include "app/host_state.h"
 #include "app/log.h"
 #include "app/text.h"
+#include "host/game_warnings.h"
 
 namespace {
 
@@ -49,6 +50,7 @@ void attachToGameWindow(HWND window) {
             host.childMode ? "child" : "owned", processImageName(host.gameProcessId).c_str(),
             static_cast<unsigned long>(host.gameProcessId));
     host.noGameWindowSince = 0;
+    checkGameElevation();
 }
 
 std::string processImageName(uint32_t processId) {

@@ -9,6 +9,7 @@
 #include "gamelink/datagrams.h"
 #include "host/fit.h"
 #include "host/foreground.h"
+#include "host/game_warnings.h"
 #include "host/game_window.h"
 #include "host/modes.h"
 #include "keyboard/layout_keeper.h"
@@ -55,6 +56,7 @@ void tick() {
     reportRates();
     if (followOrFindGame() && coverDeadlinePassed(GetTickCount())) coverOff("the page never said - 10 s");
     trackForeground();
+    watchExclusiveFullscreen(GetTickCount());
     keepKeyboardLayout();
     reportDroppedHeldMessages();
 }

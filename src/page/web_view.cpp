@@ -1,6 +1,7 @@
 #include "page/web_view.h"
 
 #include <shlobj.h>
+#include <shobjidl.h>
 
 #include <cwchar>
 #include <new>
@@ -175,6 +176,10 @@ std::wstring browserDataFolder() {
 }
 
 void startWebView() {
+    // Before the environment exists, so that the runtime finds it set.
+    HRESULT identity = SetCurrentProcessExplicitAppUserModelID(taskbarIdentity);
+    if (FAILED(identity)) logLine("SetCurrentProcessExplicitAppUserModelID: 0x%08lx", hresultBits(identity));
+
     // An empty folder is passed as an empty string, not as null: the runtime
     // then picks a folder itself. The runtime creates the folder.
     std::wstring dataFolder = browserDataFolder();

@@ -12,6 +12,12 @@
 constexpr const wchar_t* pageHostName = L"gra-overlay.invalid";
 constexpr const wchar_t* pageAddress = L"https://gra-overlay.invalid/index.html";
 
+// The program's Application User Model ID. Without an explicit one, WebView2
+// stamps a generated ID on the root window of the web view's parent: in child
+// mode that is the game's own window, whose taskbar button would then group
+// under the browser instead of the game.
+constexpr const wchar_t* taskbarIdentity = L"GRA.Overlay";
+
 // Starts the asynchronous creation once the host window exists and COM is
 // initialised single-threaded on this thread; the rest arrives as callbacks.
 void startWebView();

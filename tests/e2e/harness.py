@@ -100,8 +100,11 @@ class Overlay:
 
     def __init__(self, name, port=None, mode=None, game=None, game_class=None, show=False,
                  runtime="standin", extra_args=(), env=None, page_port=None, exe=None,
-                 log=None, doc=None, data=None, raw_args=None):
+                 log=None, doc=None, data=None, raw_args=None, limited_token=False):
         self.dir = scratch_dir(name)
+        # limited_token: started by run-limited.exe with the limited token
+        # linked to the elevated one that Wine gives every process
+        self.limited_token = limited_token
         self.port = port if port is not None else free_udp_port()
         self.log_path = log or os.path.join(self.dir, "gra_overlay.log")
         self.doc_dir = doc or os.path.join(self.dir, "Documents")
@@ -143,7 +146,9 @@ class Overlay:
 
     def start(self, wait_started=True):
         self._output = open(os.path.join(self.dir, "wine-output.txt"), "ab")
-        self.process = subprocess.Popen(["wine", self.exe] + self.args, env=self.env,
+        launcher = [os.path.join(TEST_BIN, "run-limited.exe")] if self.limited_token else []
+        program = wine_path(self.exe) if self.limited_token else self.exe
+        self.process = subprocess.Popen(["wine"] + launcher + [program] + self.args, env=self.env,
                                         stdin=subprocess.DEVNULL, stdout=self._output,
                                         stderr=subprocess.STDOUT)
         # A Wine process can take long to start on a busy machine: the wait

@@ -123,6 +123,12 @@ class StandinPage:
         """The rasterization scale the web view reports from now on."""
         return self.command("scale %s" % scale, timeout)
 
+    def crash(self, how):
+        """Makes the program's process crash inside the stand-in's callback:
+        how is "access" (an access violation) or "stack" (a stack overflow).
+        No reply comes."""
+        self._socket.sendto(("crash " + how).encode("utf-8"), self._address)
+
     def posted(self, timeout=0, count=1):
         """Everything the program posted to the page so far (JSON texts in
         order). Waits up to timeout seconds until there are at least count."""

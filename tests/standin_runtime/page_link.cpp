@@ -23,6 +23,34 @@ void sendTo(const sockaddr_in& address, const std::string& text) {
            sizeof address);
 }
 
+// Each call takes a page of stack; the call goes through a pointer the
+// compiler cannot see through, so that the recursion is neither removed nor
+// turned into a loop.
+int useStack(int depth);
+int (*volatile nextLevel)(int) = useStack;
+
+int useStack(int depth) {
+    volatile char page[4096];
+    page[depth % 4096] = static_cast<char>(depth);
+    return nextLevel(depth + 1) + page[depth % 4096];
+}
+
+// A write to a page that allows no access at all: a null pointer would not
+// do, since Wine may have memory at address 0.
+void writeWhereNothingMayBeWritten() {
+    void* page = VirtualAlloc(nullptr, 4096, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS);
+    *static_cast<volatile int*>(page) = 1;
+}
+
+void crash(const std::string& how) {
+    journal("page.crash " + how);
+    if (how == "stack") {
+        nextLevel(0);
+    } else {
+        writeWhereNothingMayBeWritten();
+    }
+}
+
 std::string answerScale(const std::string& number) {
     char* end = nullptr;
     const double scale = std::strtod(number.c_str(), &end);
@@ -49,6 +77,9 @@ std::string answerPageCommand(const std::string& command) {
     }
     if (startsWith(command, "scale ")) {
         return answerScale(command.substr(6));
+    }
+    if (command == "crash access" || command == "crash stack") {
+        crash(command.substr(6));
     }
     return "unknown";
 }

@@ -10,6 +10,10 @@
 //                      fails (E_FAIL, null text)
 //   scale <number>  -> "ok": the rasterization scale reported from now on;
 //                      "bad scale" when the number cannot be read
+//   crash access    -> no reply: the program's process crashes right here, in
+//                      this callback on its GUI thread, with an access
+//                      violation (a write to a page that allows no access)
+//   crash stack     -> no reply: the same with a stack overflow
 //   anything else   -> "unknown"
 // Every PostWebMessageAsJson of the program is sent as "posted <json>" to
 // the address that sent the latest datagram.

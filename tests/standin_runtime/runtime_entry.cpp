@@ -62,6 +62,7 @@
 //   page.post <json>, page.done <json>        around the program's handlers
 //   page.post-fail, page.done-fail            the same for a failing message
 //   page.nohandler <json>, page.closed <json>, page.scale <scale>
+//   page.crash <access|stack>                 right before the crash asked for
 //   release webmessage-handler <count left>   when the web view goes away
 //   destroy environment | destroy controller | destroy webview
 //   pump.create-failed <error> | pump.post-failed <error>

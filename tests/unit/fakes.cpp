@@ -212,6 +212,7 @@ HostStateGuard::HostStateGuard() {
     keep(host.gameTitle);
     keep(host.gameClass);
     keep(host.dataFolder);
+    keep(host.warnings);
     keep(keepLayout);
     keep(activity);
     keep(lastGameClient);

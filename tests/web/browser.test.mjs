@@ -278,6 +278,29 @@ describe('default page', () => {
     await view.close();
   });
 
+  test('each warning shows as a banner in the region, windowed takes the fullscreen one away', async () => {
+    await mkdir(screenshots, { recursive: true });
+    const view = await open('/index.html', { backdrop: true });
+    await answerFirstLoads(view);
+    const banner = view.page.locator('#warning');
+    assert.equal(await banner.isVisible(), false, 'no banner while nothing is wrong');
+    await view.deliver(hostMessages.warn('elevated'));
+    await eventually(async () => banner.isVisible(), 'the elevated banner');
+    assert.match(await view.page.locator('#warning-text').textContent(), /runs as administrator/);
+    await view.deliver(hostMessages.warn('fullscreen'));
+    assert.match(await view.page.locator('#warning-text').textContent(), /runs as administrator.*exclusive fullscreen/s);
+    await view.page.waitForTimeout(400);
+    await regionBecomes(view, [await boxRect(view.page, '#warning')], 'the banner in the region');
+    await view.page.screenshot({ path: path.join(screenshots, 'default-page-warning.png') });
+    await view.deliver(hostMessages.warn('windowed'));
+    assert.doesNotMatch(await view.page.locator('#warning-text').textContent(), /fullscreen/);
+    await view.page.locator('#warning-close').click();
+    assert.equal(await banner.isVisible(), false, 'dismissed');
+    await regionBecomes(view, [], 'an empty region');
+    assert.deepEqual(view.errors, []);
+    await view.close();
+  });
+
   test('screenshot of the default page over a game', async () => {
     await mkdir(screenshots, { recursive: true });
     const view = await open('/index.html', { backdrop: true });

@@ -111,6 +111,7 @@ export const hostMessages = {
   back: () => '{"type":"back"}',
   host: () => '{"type":"host","through":true,"hit":true}',
   note: (json) => `{"type":"note","note":${json}}`,
+  warn: (what) => `{"type":"warn","what":"${what}"}`,
   file: (name, ok, text) => `{"type":"file","name":"${jsonEscape(name)}","ok":${ok},"text":"${jsonEscape(ok ? text : '')}"}`,
   saved: (name, ok) => `{"type":"saved","name":"${jsonEscape(name)}","ok":${ok}}`,
 };

@@ -177,6 +177,12 @@ describe('messages from the host become events', () => {
     assert.equal(read(hostMessages.note('3')).detail.note, 3);
   });
 
+  test('each warning reaches the page as a warn event', () => {
+    for (const what of ['elevated', 'fullscreen', 'windowed']) {
+      assert.deepEqual(read(hostMessages.warn(what)), { event: 'warn', detail: { type: 'warn', what } });
+    }
+  });
+
   test('file and saved replies', () => {
     const text = 'line "one"\\\nline two é';
     assert.deepEqual(read(hostMessages.file('GRA_PAD.JSON', true, text)).detail,
@@ -456,6 +462,26 @@ describe('development bridge (no window.chrome.webview)', () => {
     win.graOverlayDev.close();
     await until(() => win.graOverlayDev.state.mode === 'hidden', 'the page to hide');
     assert.equal(win.graOverlayDev.state.mode, 'hidden', 'close without a handler hides');
+    overlay.disconnect();
+  }));
+
+  test('tells each warning as the host does, held until the page is ready', () => quietly(async (lines) => {
+    const win = devWindow();
+    const overlay = connect({ window: win, coverOff: false, devPanel: false, ready: false });
+    const seen = [];
+    overlay.on('warn', ({ what }) => seen.push(what));
+    win.graOverlayDev.warn('elevated');
+    await later(20);
+    assert.deepEqual(seen, []);
+    overlay.ready();
+    await until(() => seen.length >= 1, 'the held warning');
+    win.graOverlayDev.warn('fullscreen');
+    win.graOverlayDev.warn('windowed');
+    await until(() => seen.length >= 3, 'the later warnings');
+    assert.deepEqual(seen, ['elevated', 'fullscreen', 'windowed']);
+    assert.ok(lines.includes('gra-overlay: host -> game: GRAO warn elevated'));
+    assert.ok(lines.includes('gra-overlay: host log: the game left exclusive fullscreen'));
+    assert.throws(() => win.graOverlayDev.warn('Fullscreen'), RangeError);
     overlay.disconnect();
   }));
 

@@ -385,6 +385,19 @@ static class GraLinkTests
             Equal(GraLinkMode.Unknown, Parse(other).Mode, other);
         }
         Check(Parse("GRAO modal on").ModalOn && Parse("GRAO modal on").Kind == GraLinkReportKind.Modal, "modal on");
+        string[] warnings = { "elevated", "fullscreen", "windowed" };
+        GraLinkWarning[] warningKinds = { GraLinkWarning.Elevated, GraLinkWarning.Fullscreen, GraLinkWarning.Windowed };
+        for (int i = 0; i < warnings.Length; i++)
+        {
+            r = Parse("GRAO warn " + warnings[i]);
+            Equal(GraLinkReportKind.Warn, r.Kind, warnings[i]);
+            Equal(warningKinds[i], r.Warning, warnings[i]);
+        }
+        foreach (string other in new[] { "GRAO warn", "GRAO warn ", "GRAO warn Elevated", "GRAO warn elevated " })
+        {
+            Equal(GraLinkReportKind.Other, Parse(other).Kind, other);
+            Equal(GraLinkWarning.None, Parse(other).Warning, other);
+        }
         Check(!Parse("GRAO modal off").ModalOn && Parse("GRAO modal off").Kind == GraLinkReportKind.Modal, "modal off");
         r = Parse("GRAO game say hello  world ");
         Equal(GraLinkReportKind.Game, r.Kind);

@@ -52,6 +52,24 @@ TEST(ParseReport, ModalOnAndOff) {
     EXPECT_EQ(parse("GRAO modal on ").r.kind, GRA_LINK_REPORT_OTHER);
 }
 
+TEST(ParseReport, EachWarning) {
+    Parsed elevated = parse("GRAO warn elevated");
+    EXPECT_EQ(elevated.r.kind, GRA_LINK_REPORT_WARN);
+    EXPECT_EQ(elevated.r.warning, GRA_LINK_WARN_ELEVATED);
+    Parsed fullscreen = parse("GRAO warn fullscreen");
+    EXPECT_EQ(fullscreen.r.kind, GRA_LINK_REPORT_WARN);
+    EXPECT_EQ(fullscreen.r.warning, GRA_LINK_WARN_FULLSCREEN);
+    Parsed windowed = parse("GRAO warn windowed");
+    EXPECT_EQ(windowed.r.kind, GRA_LINK_REPORT_WARN);
+    EXPECT_EQ(windowed.r.warning, GRA_LINK_WARN_WINDOWED);
+    for (const char* other : {"GRAO warn", "GRAO warn ", "GRAO warn Elevated", "GRAO warn elevated ", "GRAO warn x"}) {
+        Parsed p = parse(other);
+        EXPECT_EQ(p.r.kind, GRA_LINK_REPORT_OTHER) << other;
+        EXPECT_EQ(p.r.warning, GRA_LINK_WARN_NONE) << other;
+    }
+    EXPECT_EQ(parse("GRAO state active").r.warning, GRA_LINK_WARN_NONE);
+}
+
 TEST(ParseReport, GameReportsSplitCommandAndArgument) {
     Parsed p = parse("GRAO game jump 3");
     EXPECT_EQ(p.r.kind, GRA_LINK_REPORT_GAME);

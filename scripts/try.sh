@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Try the program in minutes, under Wine: installs what is missing, builds
-# what is missing, then starts the Chromium-backed runtime's bridge, the
+# what it needs, then starts the Chromium-backed runtime's bridge, the
 # stand-in game and gra-overlay.exe, and prints the program's log and what it
 # sends the game until Ctrl-C (see scripts/try.py and "Trying it on Linux" in
 # docs/game-protocol.md):
@@ -19,7 +19,10 @@ done
 bash "$here/scripts/install-deps.sh" >&2
 echo "try: building what is missing (build/try-build.log)" >&2
 mkdir -p "$here/build"
-bash "$here/scripts/build.sh" >"$here/build/try-build.log" 2>&1 || {
+# The program, its kit's gra-send (Windows and Linux), the Chromium runtime
+# and the stand-in game: not the tests.
+bash "$here/scripts/build.sh" gra-overlay gra-send chromium_runtime standin_game native:gra-send \
+  >"$here/build/try-build.log" 2>&1 || {
   tail -n 40 "$here/build/try-build.log" >&2
   echo "try: the build failed (build/try-build.log)" >&2
   exit 1

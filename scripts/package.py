@@ -4,10 +4,18 @@
     gra-overlay-<version>-win64.zip
         gra-overlay.exe         the program
         web/                    the default page, gra-overlay.js, gra-overlay.d.ts
-        sdk/                    gra_link.h, gra-send.exe, GraLink.cs
+        sdk/                    gra_link.h, gra-send.exe, GraLink.cs, gra_link.py
+        sdk/unity/com.gra-overlay.link/
+                                GraLink.cs as a Unity package (from sdk/unity)
         docs/                   the game's and the page's side
-        README.md, LICENSE
+        README.md               the studio's README (release/README.md)
+        LICENSE
         SHA256SUMS              the sums of every other file (sha256sum -c)
+
+Beside the zip, gra-overlay-<version>-win64-symbols/ holds the symbols of
+the two programs (gra-overlay.debug, gra-send.debug; each exe names its file
+in its .gnu_debuglink section), for reading crash dumps; the zip carries
+none of them.
 
 The version comes from the VERSION file. Entries are sorted and dated with
 the last commit's time (or SOURCE_DATE_EPOCH), so that packing the same
@@ -18,7 +26,9 @@ build again makes the same zip. Prints the zip's path.
 
 import argparse
 import hashlib
+import json
 import os
+import shutil
 import subprocess
 import sys
 import time
@@ -44,21 +54,47 @@ def tree(folder):
     return found
 
 
+UNITY_PACKAGE = "sdk/unity/com.gra-overlay.link/"
+
+
+def unity_package():
+    """(name in the zip, path on disk) for the Unity package: the folder
+    sdk/unity with the C# link in Runtime/ and the license beside the
+    manifest. The manifest itself is made by unity_manifest."""
+    files = [(UNITY_PACKAGE + name[len("sdk/unity/"):], path) for name, path in tree("sdk/unity")
+             if name != "sdk/unity/package.json"]
+    files += [(UNITY_PACKAGE + "Runtime/GraLink.cs", os.path.join(ROOT, "sdk", "GraLink.cs")),
+              (UNITY_PACKAGE + "LICENSE.md", os.path.join(ROOT, "LICENSE"))]
+    return files
+
+
+def unity_manifest():
+    """sdk/unity/package.json with the release's version."""
+    with open(os.path.join(ROOT, "sdk", "unity", "package.json"), encoding="utf-8") as f:
+        manifest = json.load(f)
+    manifest["version"] = version()
+    return (json.dumps(manifest, indent=2, ensure_ascii=False) + "\n").encode("utf-8")
+
+
 def layout(build):
-    """(name in the zip, path on disk) for every file of the package."""
+    """(name in the zip, path on disk or the bytes themselves) for every file
+    of the package."""
     files = [("gra-overlay.exe", os.path.join(build, "bin", "gra-overlay.exe"))]
     files += tree("web")
     files += [("sdk/gra_link.h", os.path.join(ROOT, "sdk", "gra_link.h")),
               ("sdk/gra-send.exe", os.path.join(build, "bin", "gra-send.exe")),
-              ("sdk/GraLink.cs", os.path.join(ROOT, "sdk", "GraLink.cs"))]
+              ("sdk/GraLink.cs", os.path.join(ROOT, "sdk", "GraLink.cs")),
+              ("sdk/gra_link.py", os.path.join(ROOT, "sdk", "gra_link.py"))]
+    files += unity_package()
     docs = os.path.join(ROOT, "docs")
     files += [("docs/" + name, os.path.join(docs, name)) for name in sorted(os.listdir(docs))
               if name.endswith(".md")]
-    files += [("README.md", os.path.join(ROOT, "README.md")),
+    files += [("README.md", os.path.join(ROOT, "release", "README.md")),
               ("LICENSE", os.path.join(ROOT, "LICENSE"))]
     missing = [path for _, path in files if not os.path.isfile(path)]
     if missing:
         sys.exit("package: missing %s (build first: bash scripts/build.sh)" % ", ".join(missing))
+    files.append((UNITY_PACKAGE + "package.json", unity_manifest()))
     return files
 
 
@@ -80,17 +116,36 @@ def add(archive, name, data, stamp, executable=False):
     archive.writestr(info, data)
 
 
+SYMBOLS = ["gra-overlay.debug", "gra-send.debug"]
+
+
+def keep_symbols(build, out):
+    """Copies the programs' symbol files into their own folder beside the zip."""
+    folder = os.path.join(out, "gra-overlay-%s-win64-symbols" % version())
+    os.makedirs(folder, exist_ok=True)
+    for name in SYMBOLS:
+        path = os.path.join(build, "bin", name)
+        if not os.path.isfile(path):
+            sys.exit("package: missing %s (build first: bash scripts/build.sh)" % path)
+        shutil.copyfile(path, os.path.join(folder, name))
+    return folder
+
+
 def make(build, out):
     name = "gra-overlay-%s-win64.zip" % version()
     os.makedirs(out, exist_ok=True)
+    keep_symbols(build, out)
     target = os.path.join(out, name)
     stamp = source_date()
     sums = []
     partial = target + ".part"
     with zipfile.ZipFile(partial, "w") as archive:
-        for entry, path in sorted(layout(build)):
-            with open(path, "rb") as f:
-                data = f.read()
+        for entry, source in sorted(layout(build), key=lambda item: item[0]):
+            if isinstance(source, bytes):
+                data = source
+            else:
+                with open(source, "rb") as f:
+                    data = f.read()
             add(archive, entry, data, stamp, executable=entry.endswith(".exe"))
             sums.append("%s  %s\n" % (hashlib.sha256(data).hexdigest(), entry))
         add(archive, "SHA256SUMS", "".join(sums).encode("ascii"), stamp)

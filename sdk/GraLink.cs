@@ -36,6 +36,7 @@
 // once.
 
 using System;
+using System.Diagnostics;
 using System.Net;
 using System.Net.Sockets;
 using System.Text;
@@ -52,7 +53,8 @@ namespace GraOverlay
         NotJson = -4,          // "note" or "page" argument is not exactly one JSON value
         UnknownCommand = -5,   // a command word the program does not know
         SendFailed = -7,       // the system refused or shortened the send
-        BadWindowArgument = -10 // "window" argument is not "borderless" or "framed"
+        BadWindowArgument = -10, // "window" argument is not "borderless" or "framed"
+        LaunchFailed = -11     // Launch: the system could not start the program
     }
 
     /// <summary>The program's interaction modes, numbered as the program numbers them.</summary>
@@ -92,6 +94,26 @@ namespace GraOverlay
         public string Command = ""; // Game: the page's command word
         public string Argument = ""; // Game: its argument, empty when there is none
         public string Text = "";    // the whole text after "GRAO "
+    }
+
+    /// <summary>The program's options for GraLink.Launch. Every text is given
+    /// as it is; a null (or 0, or false) option is left out, so that the
+    /// program takes its default.</summary>
+    public sealed class GraLinkLaunchOptions
+    {
+        public string Program;   // path of gra-overlay.exe; must not hold a '"'
+        public string Web;       // --web FOLDER: the page's folder
+        public string Doc;       // --doc FOLDER: the page's files and gra_keys.txt
+        public int Port;         // --port N: where the program listens (0: 47632)
+        public string Game;      // --game TITLE: the game window's exact title
+        public string GameClass; // --game-class CLASS: its exact window class
+        public string Mode;      // --mode child|owned
+        public string Log;       // --log FILE
+        public string Data;      // --data FOLDER: the browser's user data
+        public bool Show;        // --show: the overlay shown at start
+        // Not on Windows: the program runs through this one (for example
+        // "wine"), which gets the program and its options as its words.
+        public string Runner;
     }
 
     public sealed class GraLink : IDisposable
@@ -308,6 +330,96 @@ namespace GraOverlay
             }
         }
 
+        /// <summary>Raised by DispatchReports for each report, on the thread that
+        /// calls it.</summary>
+        public event Action<GraLinkReport> ReportReceived;
+
+        /// <summary>Reads every report that is waiting, without blocking, and
+        /// raises ReportReceived for each in the order they came; returns how
+        /// many there were. In Unity, call it once a frame from Update.</summary>
+        public int DispatchReports()
+        {
+            int count = 0;
+            GraLinkReport report;
+            while (Poll(out report))
+            {
+                count++;
+                Action<GraLinkReport> handler = ReportReceived;
+                if (handler != null) handler(report);
+            }
+            return count;
+        }
+
+        /// <summary>Waits up to timeoutMs (negative: for ever) for a datagram:
+        /// true when one is waiting, false when the time is up or the link is
+        /// closed.</summary>
+        public bool Wait(int timeoutMs)
+        {
+            if (socket == null) return false;
+            // Socket.Poll takes microseconds in an int: wait in slices.
+            const int sliceMs = 1000000;
+            Stopwatch clock = Stopwatch.StartNew();
+            for (;;)
+            {
+                long left = timeoutMs < 0 ? sliceMs : timeoutMs - clock.ElapsedMilliseconds;
+                if (left < 0) left = 0;
+                int ms = (int)Math.Min(left, sliceMs);
+                if (socket.Poll(ms * 1000, SelectMode.SelectRead)) return true;
+                if (timeoutMs >= 0 && clock.ElapsedMilliseconds >= timeoutMs) return false;
+            }
+        }
+
+        /// <summary>Polls and waits until a report arrives (true, with it in
+        /// report) or timeoutMs have passed (false); negative: for ever.</summary>
+        public bool NextReport(int timeoutMs, out GraLinkReport report)
+        {
+            Stopwatch clock = Stopwatch.StartNew();
+            for (;;)
+            {
+                if (Poll(out report)) return true;
+                if (socket == null) return false;
+                long left = -1;
+                if (timeoutMs >= 0)
+                {
+                    left = timeoutMs - clock.ElapsedMilliseconds;
+                    if (left <= 0) return false;
+                }
+                Wait((int)left);
+            }
+        }
+
+        /// <summary>Sends "state" every quarter of a second until the program
+        /// answers with a state report (true, with its mode), or timeoutMs have
+        /// passed (false; negative: for ever). Other reports that arrive
+        /// meanwhile are read and dropped. The answer comes back to this link
+        /// only when it is the program's reply target.</summary>
+        public bool WaitReady(int timeoutMs, out GraLinkMode mode)
+        {
+            mode = GraLinkMode.Unknown;
+            if (socket == null) return false;
+            Stopwatch clock = Stopwatch.StartNew();
+            for (;;)
+            {
+                long slice = 250;
+                if (timeoutMs >= 0)
+                {
+                    long left = timeoutMs - clock.ElapsedMilliseconds;
+                    if (left <= 0) return false;
+                    slice = Math.Min(slice, left);
+                }
+                // A failed send is taken as "not yet": the program may still be starting.
+                State();
+                long roundEnd = clock.ElapsedMilliseconds + slice;
+                GraLinkReport report;
+                while (NextReport((int)Math.Max(0, roundEnd - clock.ElapsedMilliseconds), out report))
+                {
+                    if (report.Kind != GraLinkReportKind.State) continue;
+                    mode = report.Mode;
+                    return true;
+                }
+            }
+        }
+
         /// <summary>Parses one received datagram: the report when it begins with the
         /// magic and its text fits, otherwise null. Like the program, the text is
         /// read only up to a zero byte.</summary>
@@ -352,6 +464,155 @@ namespace GraOverlay
             r.Kind = GraLinkReportKind.Game;
             r.Command = Encoding.UTF8.GetString(data, cmdStart, cmdLength);
             r.Argument = space < 0 ? "" : Encoding.UTF8.GetString(data, space + 1, argLength);
+        }
+
+        // ---- starting the program ----
+
+        // Windows' CreateProcess takes at most 32,767 characters, the zero included.
+        const int CommandLineMax = 32767 - 1;
+
+        /// <summary>argument quoted for Windows' CommandLineToArgvW: as it stands
+        /// when it is not empty and holds no space, tab, line feed, vertical tab
+        /// or quotation mark; otherwise in quotation marks, each quotation mark
+        /// escaped by a backslash and the backslashes before a quotation mark (or
+        /// before the closing one) doubled. null is the empty argument.</summary>
+        public static string QuoteArgument(string argument)
+        {
+            argument = argument ?? "";
+            if (argument.Length > 0 && argument.IndexOfAny(new[] { ' ', '\t', '\n', '\v', '"' }) < 0) return argument;
+            StringBuilder b = new StringBuilder(argument.Length + 2);
+            b.Append('"');
+            int backslashes = 0;
+            foreach (char c in argument)
+            {
+                if (c == '\\')
+                {
+                    backslashes++;
+                    continue;
+                }
+                // Backslashes count only before a quotation mark: there each one
+                // is doubled, and one more escapes the mark itself.
+                b.Append('\\', c == '"' ? 2 * backslashes + 1 : backslashes);
+                b.Append(c);
+                backslashes = 0;
+            }
+            b.Append('\\', 2 * backslashes); // they come before the closing mark
+            return b.Append('"').ToString();
+        }
+
+        /// <summary>The program's options as words, in the order gra_link.h
+        /// writes them (the program itself not included).</summary>
+        public static string[] Arguments(GraLinkLaunchOptions o)
+        {
+            var words = new System.Collections.Generic.List<string>();
+            Action<string, string> option = (name, value) =>
+            {
+                if (value == null) return;
+                words.Add(name);
+                words.Add(value);
+            };
+            option("--web", o.Web);
+            option("--doc", o.Doc);
+            option("--port", o.Port != 0 ? o.Port.ToString(System.Globalization.CultureInfo.InvariantCulture) : null);
+            option("--game", o.Game);
+            option("--game-class", o.GameClass);
+            option("--mode", o.Mode);
+            option("--log", o.Log);
+            option("--data", o.Data);
+            if (o.Show) words.Add("--show");
+            return words.ToArray();
+        }
+
+        /// <summary>The whole Windows command line that Launch uses: the program
+        /// in quotation marks, then each option and its value quoted for
+        /// CommandLineToArgvW; null when there is no program, an empty one, or
+        /// one holding a quotation mark.</summary>
+        public static string CommandLine(GraLinkLaunchOptions options)
+        {
+            if (options == null || string.IsNullOrEmpty(options.Program) || options.Program.IndexOf('"') >= 0) return null;
+            // The program's own name is split by another rule: everything up to
+            // the next quotation mark, backslashes included, so it is quoted as it is.
+            StringBuilder b = new StringBuilder("\"" + options.Program + "\"");
+            foreach (string word in Arguments(options)) b.Append(' ').Append(QuoteArgument(word));
+            return b.ToString();
+        }
+
+        /// <summary>Starts the program with options: Ok with process (wait on
+        /// it, end it, dispose of it), Invalid for unusable options (no program,
+        /// a '"' in its path, a zero character or a lone surrogate in a value),
+        /// TooLong for a command line over Windows' 32,767 characters, or
+        /// LaunchFailed with the system's error number in systemError (2: no such
+        /// file). Every value reaches the program exactly as given. The program
+        /// starts with the game's environment and working folder.</summary>
+        public static GraLinkResult Launch(GraLinkLaunchOptions options, out Process process, out int systemError)
+        {
+            process = null;
+            systemError = 0;
+            string line = CommandLine(options);
+            if (line == null || line.IndexOf('\0') >= 0) return GraLinkResult.Invalid;
+            try
+            {
+                StrictUtf8.GetByteCount(line);
+            }
+            catch (ArgumentException)
+            {
+                return GraLinkResult.Invalid;
+            }
+            if (line.Length > CommandLineMax) return GraLinkResult.TooLong;
+            ProcessStartInfo start = new ProcessStartInfo();
+            start.UseShellExecute = false;
+            bool windows = Environment.OSVersion.Platform == PlatformID.Win32NT;
+            if (windows && options.Runner == null)
+            {
+                // .NET writes the command line as "FileName" Arguments, which is line.
+                start.FileName = options.Program;
+                start.Arguments = string.Join(" ", Array.ConvertAll(Arguments(options), QuoteArgument));
+            }
+            else
+            {
+                start.FileName = options.Runner ?? "wine";
+                var words = new System.Collections.Generic.List<string> { options.Program };
+                words.AddRange(Arguments(options));
+                start.Arguments = RunnerArguments(words, windows);
+            }
+            try
+            {
+                process = Process.Start(start);
+                return GraLinkResult.Ok;
+            }
+            catch (System.ComponentModel.Win32Exception e)
+            {
+                systemError = e.NativeErrorCode;
+                return GraLinkResult.LaunchFailed;
+            }
+            catch (Exception e)
+            {
+                if (e is OutOfMemoryException) throw;
+                systemError = 2;
+                return GraLinkResult.LaunchFailed;
+            }
+        }
+
+        public static GraLinkResult Launch(GraLinkLaunchOptions options, out Process process)
+        {
+            int ignored;
+            return Launch(options, out process, out ignored);
+        }
+
+        // The words for a runner, written so that this runtime splits them back:
+        // Mono on Linux and macOS splits Arguments by the POSIX shell's quoting,
+        // .NET everywhere by the Windows rules.
+        static string RunnerArguments(System.Collections.Generic.List<string> words, bool windows)
+        {
+            bool mono = Type.GetType("Mono.Runtime") != null;
+            StringBuilder b = new StringBuilder();
+            foreach (string word in words)
+            {
+                if (b.Length > 0) b.Append(' ');
+                if (mono && !windows) b.Append('\'').Append(word.Replace("'", "'\\''")).Append('\'');
+                else b.Append(QuoteArgument(word));
+            }
+            return b.ToString();
         }
 
         // ---- texts ----
@@ -407,6 +668,7 @@ namespace GraOverlay
                 case GraLinkResult.UnknownCommand: return "unknown command";
                 case GraLinkResult.SendFailed: return "the datagram could not be sent";
                 case GraLinkResult.BadWindowArgument: return "the window argument must be \"borderless\" or \"framed\"";
+                case GraLinkResult.LaunchFailed: return "the program could not be started";
                 default: return "unknown error";
             }
         }

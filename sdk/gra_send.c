@@ -19,6 +19,8 @@
 #endif
 
 enum { EXIT_DONE = 0, EXIT_NO_ANSWER = 1, EXIT_USAGE = 2, EXIT_REFUSED = 3 };
+/* parse_command_line's answer when the usage was asked for and printed. */
+enum { HELP_GIVEN = -1 };
 
 static const char usage_text[] =
     "usage: gra-send [options] COMMAND [TEXT...]\n"
@@ -42,6 +44,7 @@ static const char usage_text[] =
     "  --wait MS   how long 'state' waits for the report (default 2000)\n"
     "  --count N   'listen' ends after N reports\n"
     "  --verbose   tell which local port was bound\n"
+    "  --help      print this text and end\n"
     "Several TEXT words are joined with single spaces.\n";
 
 typedef struct options {
@@ -116,8 +119,17 @@ static int parse_command_line(options *o, int argc, char **argv) {
     o->host_port = GRA_LINK_HOST_PORT;
     o->from = -1;
     o->wait_ms = 2000;
-    for (i = 1; i < argc && strncmp(argv[i], "--", 2) == 0; i++)
+    for (i = 1; i < argc && strncmp(argv[i], "--", 2) == 0; i++) {
+        if (strcmp(argv[i], "--help") == 0) {
+            fputs(usage_text, stdout);
+            return HELP_GIVEN;
+        }
         if (!take_option(o, argc, argv, &i)) return usage("bad option or value");
+    }
+    if (i < argc && strcmp(argv[i], "-h") == 0) {
+        fputs(usage_text, stdout);
+        return HELP_GIVEN;
+    }
     if (i >= argc) return usage("no command given");
     o->command = argv[i++];
     if (i < argc && !(o->text = join_words(argc - i, argv + i))) return EXIT_REFUSED;
@@ -197,6 +209,7 @@ static int run(int argc, char **argv) {
     options o;
     gra_link link;
     int r = parse_command_line(&o, argc, argv);
+    if (r == HELP_GIVEN) return EXIT_DONE;
     if (r != EXIT_DONE) return r;
     r = o.from < 0 ? gra_link_open(&link, o.host_port)
                    : gra_link_open_port(&link, o.host_port, (unsigned short)o.from);

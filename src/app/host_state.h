@@ -86,6 +86,7 @@ struct HostState {
     uint32_t droppedHeldMessages = 0;
     bool heldDropsSinceTick = false;
     uint32_t noGameWindowSince = 0;
+    bool gameWindowHintGiven = false;
     uint32_t attachedInputThread = 0;
     bool gameBorderless = false;
     uint32_t savedGameStyle = 0;

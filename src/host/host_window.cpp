@@ -6,6 +6,7 @@
 #include "app/host_state.h"
 #include "app/log.h"
 #include "app/startup.h"
+#include "app/text.h"
 #include "gamelink/datagrams.h"
 #include "host/fit.h"
 #include "host/foreground.h"
@@ -21,9 +22,17 @@ namespace {
 // Well past the timer's 100 ms, so that the tick comes from the socket's
 // notifications only when timer messages are starved.
 constexpr uint32_t overdueTickMs = 250;
+// Long enough for a game that starts beside the program to show its window.
+constexpr uint32_t gameWindowHintAfterMs = 5000;
 
 bool gameWindowAlive() {
     return host.gameWindow && IsWindow(host.gameWindow);
+}
+
+// A wrong --game or --game-class fails silently for a minute otherwise.
+void logGameWindowHint() {
+    logLine("looking for the game window \"%s\" of class \"%s\" - none yet (it must match exactly)",
+            wideToUtf8(host.gameTitle).c_str(), wideToUtf8(host.gameClass).c_str());
 }
 
 // Returns false when the tick skips the page deadline (straight to the
@@ -44,6 +53,7 @@ bool followOrFindGame() {
         showCoverOverGame();
         return true;
     }
+    if (gameWindowHintDue(GetTickCount())) logGameWindowHint();
     if (noGameWindowForTooLong(GetTickCount())) {
         logLine("no game window for 60 s - exiting");
         quitWithReason("no game window for 60 s");
@@ -99,6 +109,12 @@ LRESULT eraseWithColourKey(HWND window, HDC dc) {
 bool noGameWindowForTooLong(uint32_t now) {
     if (host.noGameWindowSince == 0) host.noGameWindowSince = now;
     return now - host.noGameWindowSince > 60000;
+}
+
+bool gameWindowHintDue(uint32_t now) {
+    if (host.gameWindowHintGiven || host.gameWindow || now - host.startTicks < gameWindowHintAfterMs) return false;
+    host.gameWindowHintGiven = true;
+    return true;
 }
 
 bool tickOverdue(uint32_t now) {

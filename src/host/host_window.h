@@ -13,6 +13,11 @@ LRESULT CALLBACK hostWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM
 // tick that found nothing (noGameWindowSince is started here when still 0).
 bool noGameWindowForTooLong(uint32_t now);
 
+// True once, on the first tick 5 s or more after start-up while no game
+// window has ever been found: the moment for the hint that names the title
+// and class looked for. Marks the hint as given.
+bool gameWindowHintDue(uint32_t now);
+
 // True on the first tick more than 10 s after the host window was created
 // while the cover is still up.
 bool coverDeadlinePassed(uint32_t now);

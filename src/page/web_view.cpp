@@ -175,6 +175,17 @@ std::wstring browserDataFolder() {
     return folder;
 }
 
+namespace {
+
+// "File not found" is how the loader and the runtime say that there is no
+// runtime; the failure's own line does not tell a studio what to do.
+void hintAtMissingRuntime(HRESULT result) {
+    if (hresultBits(result) == 0x80070002ul)
+        logLine("no WebView2 runtime was found - players need the WebView2 runtime installed");
+}
+
+}  // namespace
+
 void startWebView() {
     // Before the environment exists, so that the runtime finds it set.
     HRESULT identity = SetCurrentProcessExplicitAppUserModelID(taskbarIdentity);
@@ -191,13 +202,17 @@ void startWebView() {
     HRESULT result = CreateCoreWebView2EnvironmentWithOptions(nullptr, dataFolder.c_str(), options, handler);
     handler->Release();
     // No retry: without a runtime the host runs on without a page.
-    if (FAILED(result)) logLine("CreateCoreWebView2EnvironmentWithOptions: 0x%08lx", hresultBits(result));
+    if (FAILED(result)) {
+        logLine("CreateCoreWebView2EnvironmentWithOptions: 0x%08lx", hresultBits(result));
+        hintAtMissingRuntime(result);
+    }
     options->Release();
 }
 
 HRESULT onEnvironmentCreated(HRESULT result, ICoreWebView2Environment* environment) {
     if (FAILED(result) || !environment) {
         logLine("WebView2 environment failed: 0x%08lx (is the runtime installed?)", hresultBits(result));
+        hintAtMissingRuntime(result);
         return S_OK;
     }
     // The environment is needed for this one call only and is not kept.

@@ -349,6 +349,9 @@ class RuntimeBehaviour(FullStackCase):
         with scene:
             self.assertTrue(scene.overlay.wait_for_log(
                 r"^WebView2 environment failed: 0x80070002 \(is the runtime installed\?\)$", 20), scene.overlay.messages())
+            self.assertTrue(scene.overlay.wait_for_log(
+                r"^no WebView2 runtime was found - players need the WebView2 runtime installed$", 5),
+                scene.overlay.messages())
             self.assertTrue(any(l.startswith("browser could not start") for l in scene.bridge.output()))
 
     def test_full_stack_a_browser_that_dies_later_leaves_the_program_running(self):

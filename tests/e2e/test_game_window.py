@@ -472,7 +472,8 @@ class Tick(GameWindowTest):
 
 class NoGameWindow(GameWindowTest):
     def test_without_a_game_window_the_host_ends_after_60_seconds(self):
-        overlay = Overlay("no-game", game=unique("Nobody's Game"), game_class=GAME_CLASS)
+        title = unique("Nobody's Game")
+        overlay = Overlay("no-game", game=title, game_class=GAME_CLASS)
         self.addCleanup(overlay.stop)
         overlay.start()
         began = time.monotonic()
@@ -480,18 +481,20 @@ class NoGameWindow(GameWindowTest):
         self.assertGreater(time.monotonic() - began, 59.5)
         messages = [m for m in overlay.messages() if not m.startswith("WebView2 ")]
         self.assertRegex(messages[0], r"^started, build ")
-        self.assertEqual(messages[1], COVER_OFF)
+        self.assertEqual(messages[1], 'looking for the game window "%s" of class "%s" - none yet '
+                                      '(it must match exactly)' % (title, GAME_CLASS))
+        self.assertEqual(messages[2], COVER_OFF)
         # The only event of the first 30 s is the cover's one region (the
         # host window stays hidden without a game); the next 30 s are idle
         # and write no line.
-        rates = re.match(r"^rates (\d+)s (.*)$", messages[2])
+        rates = re.match(r"^rates (\d+)s (.*)$", messages[3])
         self.assertTrue(rates, messages)
         self.assertIn(int(rates.group(1)), (30, 31))
         self.assertEqual(rates.group(2),
                          "(avg/s, busiest 1 s): page->host 0.0/0 host->page 0.0/0 game->host 0.0/0 "
                          "host->game 0.0/0 | SetWindowRgn 0.0/1, mode changes 0, mouse-owner switches 0 | "
                          "fit_to_game 0.0/0 (rect changed 0, same 0) | SetFocus 0, MoveFocus 0 | WM_SETCURSOR 0.0/0")
-        self.assertEqual(messages[3:], ["no game window for 60 s - exiting", "exit (no game window for 60 s)"])
+        self.assertEqual(messages[4:], ["no game window for 60 s - exiting", "exit (no game window for 60 s)"])
 
 
 if __name__ == "__main__":

@@ -12,6 +12,8 @@ import subprocess
 import unittest
 
 import test_sdk
+from harness import BUILD_DIR, PROGRAM, GameLink, Overlay, free_udp_port, unique, wait_until, wine_path
+from standin_game import StandinGame
 
 NATIVE_BUILD = os.environ.get("GRA_NATIVE_BUILD", "")
 SENDER = os.path.join(NATIVE_BUILD, "gralink-send.exe") if NATIVE_BUILD else ""
@@ -94,6 +96,52 @@ class CSharpLink(test_sdk.KitTest):
         self.send_ok("bye")
         self.assertEqual(self.overlay.wait_exit(20), 0)
         self.assertRegex(self.overlay.messages()[-1], r"^exit \('bye' from UDP port \d+\)$")
+
+
+
+class CSharpLaunch(unittest.TestCase):
+    """GraLink.Launch starts the real program (through wine, as it does off
+    Windows) for a game whose title needs quoting, and WaitReady sees it
+    listen."""
+
+    def test_launch_finds_a_game_whose_title_needs_quoting_and_wait_ready_sees_it_listen(self):
+        if not MONO or not SENDER or not os.path.exists(SENDER):
+            self.skipTest("mono or the C# sender is missing (GRA_NATIVE_BUILD=%r)" % NATIVE_BUILD)
+        title = unique('Cs "Launched" \\"Game\\" it\'s') + " 2\\"
+        cls = "Cs Class \\"
+        game = StandinGame().start(BUILD_DIR, title, cls, free_udp_port())
+        self.addCleanup(game.stop)
+        overlay = Overlay(unique("cs-launch"))  # its folders and port; Launch starts the program
+        out_path = os.path.join(overlay.dir, "launcher.txt")
+        with open(out_path, "wb") as out:
+            launcher = subprocess.Popen(
+                [MONO, SENDER, "launch", PROGRAM, str(overlay.port), title, cls, wine_path(overlay.log_path),
+                 wine_path(overlay.doc_dir), wine_path(overlay.data_dir)],
+                stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT)
+
+        def end():
+            if launcher.poll() is None:
+                with GameLink(overlay.port) as link:
+                    link.send("GRAO bye")
+                try:
+                    launcher.wait(timeout=30)
+                except subprocess.TimeoutExpired:
+                    launcher.kill()
+                    launcher.wait()
+        self.addCleanup(end)
+
+        def printed():
+            with open(out_path, "rb") as f:
+                return f.read().decode("utf-8")
+        self.assertTrue(wait_until(lambda: "\n" in printed(), 90), printed())
+        self.assertEqual(printed(), "ready hidden\n")
+        self.assertTrue(overlay.wait_for_log(r"^game window [0-9A-Fa-f]+ found \(child\), process ", 20),
+                        overlay.messages())
+        with GameLink(overlay.port) as link:
+            link.send("GRAO bye")
+        self.assertEqual(launcher.wait(timeout=60), 0, printed())
+        self.assertEqual(printed(), "ready hidden\nexit 0\n")
+        self.assertEqual(overlay.messages()[-1], "exit ('bye' from UDP port %d)" % link.port)
 
 
 if __name__ == "__main__":

@@ -192,6 +192,7 @@ HostStateGuard::HostStateGuard() {
     keep(host.droppedHeldMessages);
     keep(host.heldDropsSinceTick);
     keep(host.noGameWindowSince);
+    keep(host.gameWindowHintGiven);
     keep(host.attachedInputThread);
     keep(host.gameBorderless);
     keep(host.savedGameStyle);

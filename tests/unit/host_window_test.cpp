@@ -47,6 +47,7 @@ protected:
         host.startTicks = GetTickCount();
         host.lastTickAt = GetTickCount();
         host.noGameWindowSince = 0;
+        host.gameWindowHintGiven = false;
         host.regionRects.clear();
         host.docFolder = docs.path;
         host.gameClass = uniqueName(L"TickGameClass");
@@ -125,6 +126,59 @@ TEST_F(HostWindow, AFindStartsTheNoGameClockAfresh) {
     EXPECT_EQ(host.noGameWindowSince, 70000u);
     EXPECT_FALSE(noGameWindowForTooLong(130000));
     EXPECT_TRUE(noGameWindowForTooLong(130001));
+}
+
+// --- the hint that names the game window looked for ---
+
+TEST_F(HostWindow, TheGameWindowHintIsDueOnceFiveSecondsAfterStartWhileNoneWasFound) {
+    host.startTicks = 1000;
+    EXPECT_FALSE(gameWindowHintDue(1000));
+    EXPECT_FALSE(gameWindowHintDue(5999));
+    EXPECT_FALSE(host.gameWindowHintGiven);
+    EXPECT_TRUE(gameWindowHintDue(6000));
+    EXPECT_TRUE(host.gameWindowHintGiven);
+    EXPECT_FALSE(gameWindowHintDue(6100));  // once only
+    EXPECT_FALSE(gameWindowHintDue(100000));
+}
+
+TEST_F(HostWindow, TheGameWindowHintSurvivesTheTickCounterWrapping) {
+    host.startTicks = 0xFFFFF000u;
+    EXPECT_FALSE(gameWindowHintDue(0xFFFFF000u + 4999u));
+    EXPECT_TRUE(gameWindowHintDue(0xFFFFF000u + 5000u));
+}
+
+TEST_F(HostWindow, NoGameWindowHintOnceAGameWindowWasFoundEvenIfItWentAgain) {
+    host.startTicks = 1000;
+    host.gameWindow = reinterpret_cast<HWND>(static_cast<uintptr_t>(0x1234));  // no longer a window
+    EXPECT_FALSE(gameWindowHintDue(6000));
+    EXPECT_FALSE(gameWindowHintDue(70000));
+    EXPECT_FALSE(host.gameWindowHintGiven);
+}
+
+TEST_F(HostWindow, TheTickLogsTheHintOnceWithTheTitleAndClassLookedFor) {
+    makeHost(false);
+    host.gameTitle = L"Gr\u00e4vos \"Arena\"";
+    host.gameClass = L"Game Class";
+    tick();
+    EXPECT_TRUE(log.messages().empty());  // not yet: the game may still be starting
+    host.startTicks = GetTickCount() - 5000;
+    tick();
+    tick();
+    std::vector<std::string> messages = log.messages();
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0],
+              "looking for the game window \"Gr\xC3\xA4vos \"Arena\"\" of class \"Game Class\" - none yet "
+              "(it must match exactly)");
+}
+
+TEST_F(HostWindow, TheTickGivesNoHintWhenTheGameWindowIsThere) {
+    makeHost(false);
+    makeGame();
+    host.startTicks = GetTickCount() - 20000;
+    tick();
+    tick();
+    for (const std::string& line : log.messages()) EXPECT_EQ(line.find("looking for the game window"), std::string::npos) << line;
+    EXPECT_FALSE(host.gameWindowHintGiven);
 }
 
 TEST_F(HostWindow, ThePageDeadlinePassesOnlyMoreThan10SecondsAfterCreationWithTheCoverUp) {

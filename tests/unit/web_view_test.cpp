@@ -345,9 +345,20 @@ TEST_F(WebView, EnvironmentFailure) {
     EXPECT_EQ(onEnvironmentCreated(static_cast<HRESULT>(0x80070002), nullptr), S_OK);
     EXPECT_EQ(onEnvironmentCreated(S_OK, nullptr), S_OK);
     auto messages = log.messages();
-    ASSERT_EQ(messages.size(), 2u);
+    ASSERT_EQ(messages.size(), 3u);
     EXPECT_EQ(messages[0], "WebView2 environment failed: 0x80070002 (is the runtime installed?)");
-    EXPECT_EQ(messages[1], "WebView2 environment failed: 0x00000000 (is the runtime installed?)");
+    EXPECT_EQ(messages[1], "no WebView2 runtime was found - players need the WebView2 runtime installed");
+    EXPECT_EQ(messages[2], "WebView2 environment failed: 0x00000000 (is the runtime installed?)");
+}
+
+TEST_F(WebView, OnlyFileNotFoundIsTakenForAMissingRuntime) {
+    ScratchLog log;
+    for (unsigned long code : {0x80004005ul, 0x80070003ul, 0x8007274dul, 0x00000002ul})
+        EXPECT_EQ(onEnvironmentCreated(static_cast<HRESULT>(code), nullptr), S_OK);
+    EXPECT_EQ(onControllerCreated(static_cast<HRESULT>(0x80070002), nullptr), S_OK);
+    auto messages = log.messages();
+    ASSERT_EQ(messages.size(), 5u);
+    for (const std::string& line : messages) EXPECT_EQ(line.find("no WebView2 runtime"), std::string::npos) << line;
 }
 
 TEST_F(WebView, EnvironmentAsksForAControllerOnTheHostWindow) {
@@ -531,8 +542,9 @@ TEST(WebViewStart, WithoutARuntimeTheImmediateFailureIsLogged) {
     SetEnvironmentVariableW(L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER", nullptr);
     RemoveDirectoryW(empty.c_str());
     auto messages = log.messages();
-    ASSERT_EQ(messages.size(), 1u);
+    ASSERT_EQ(messages.size(), 2u);
     EXPECT_EQ(messages[0], "CreateCoreWebView2EnvironmentWithOptions: 0x80070002");
+    EXPECT_EQ(messages[1], "no WebView2 runtime was found - players need the WebView2 runtime installed");
     EXPECT_FALSE(host.webView);
 }
 

@@ -460,6 +460,225 @@ static class GraLinkTests
         }
     }
 
+    // ---- reading reports: waiting, the event, and the wait for the program ----
+
+    static void DispatchReportsRaisesTheEventForEachReportInOrder()
+    {
+        using (Peer peer = new Peer())
+        using (GraLink link = GraLink.OpenPort(peer.Port, 0))
+        {
+            var seen = new List<string>();
+            link.ReportReceived += r => seen.Add(r.Kind + " " + r.Text);
+            Equal(0, link.DispatchReports());
+            peer.SendTo(link.LocalPort, "GRAO modal on");
+            peer.SendTo(link.LocalPort, "no magic");
+            peer.SendTo(link.LocalPort, "GRAO game jump 3");
+            peer.SendTo(link.LocalPort, "GRAO state active");
+            Check(link.Wait(2000), "nothing came");
+            // the three datagrams may still be on their way one after another
+            Stopwatch clock = Stopwatch.StartNew();
+            while (seen.Count < 3 && clock.ElapsedMilliseconds < 5000)
+            {
+                link.DispatchReports();
+                link.Wait(100);
+            }
+            Equal("Modal modal on|Game game jump 3|State state active", string.Join("|", seen));
+            Equal(0, link.DispatchReports());
+        }
+    }
+
+    static void NextReportWaitsForOneAndGivesUpAfterItsTime()
+    {
+        using (Peer peer = new Peer())
+        using (GraLink link = GraLink.OpenPort(peer.Port, 0))
+        {
+            GraLinkReport report;
+            Check(!link.NextReport(100, out report), "a report out of nothing");
+            Check(!link.Wait(50), "a datagram out of nothing");
+            peer.SendTo(link.LocalPort, "GRAO state passive");
+            Check(link.NextReport(5000, out report), "no report");
+            Equal(GraLinkMode.Passive, report.Mode);
+        }
+    }
+
+    static void WaitReadyAsksAgainUntilTheProgramAnswers()
+    {
+        using (Peer peer = new Peer())
+        using (GraLink link = GraLink.OpenPort(peer.Port, 0))
+        {
+            int asks = 0;
+            Thread program = new Thread(() =>
+            {
+                for (;;)
+                {
+                    IPEndPoint from;
+                    byte[] d = peer.Receive(out from, 5000);
+                    if (d == null) return;
+                    if (Text(d) != "GRAO state" || ++asks < 3) continue;
+                    peer.SendTo(from.Port, "GRAO game jump");
+                    peer.SendTo(from.Port, "GRAO state passive");
+                    return;
+                }
+            });
+            program.Start();
+            GraLinkMode mode;
+            bool ready = link.WaitReady(10000, out mode);
+            program.Join();
+            Check(ready, "not ready");
+            Equal(GraLinkMode.Passive, mode);
+            Equal(3, asks);
+        }
+    }
+
+    static void WaitReadyGivesUpAfterTheTimeoutWhenNobodyAnswers()
+    {
+        using (Peer silent = new Peer())
+        using (GraLink link = GraLink.OpenPort(silent.Port, 0))
+        {
+            GraLinkMode mode;
+            Check(!link.WaitReady(600, out mode), "ready without an answer");
+            Equal(GraLinkMode.Unknown, mode);
+            int asked = 0;
+            while (Text(silent.Receive(100)) == "GRAO state") asked++;
+            Check(asked >= 2 && asked <= 4, "asked " + asked + " times in 600 ms");
+        }
+    }
+
+    // ---- starting the program ----
+
+    // One C string literal's text, with the escapes quote_cases.h uses.
+    static string CString(string literal)
+    {
+        List<byte> o = new List<byte>();
+        byte[] raw = Encoding.UTF8.GetBytes(literal);
+        for (int i = 0; i < raw.Length; i++)
+        {
+            if (raw[i] != (byte)'\\')
+            {
+                o.Add(raw[i]);
+                continue;
+            }
+            char c = (char)raw[++i];
+            if (c == 'x')
+            {
+                int start = i + 1, end = start;
+                while (end < raw.Length && Uri.IsHexDigit((char)raw[end])) end++;
+                o.Add(Convert.ToByte(Encoding.ASCII.GetString(raw, start, end - start), 16));
+                i = end - 1;
+            }
+            else if (c == 'n') o.Add(10);
+            else if (c == 't') o.Add(9);
+            else if (c == 'v') o.Add(11);
+            else o.Add((byte)c);
+        }
+        return Encoding.UTF8.GetString(o.ToArray());
+    }
+
+    static List<KeyValuePair<string, string>> QuoteCases()
+    {
+        string header = File.ReadAllText(Path.Combine(Path.GetDirectoryName(casesPath), "quote_cases.h"), Encoding.UTF8);
+        const string literal = "\"((?:[^\"\\\\]|\\\\.)*)\"";
+        var cases = new List<KeyValuePair<string, string>>();
+        foreach (System.Text.RegularExpressions.Match m in
+                 System.Text.RegularExpressions.Regex.Matches(header, "\\{" + literal + ",\\s*" + literal + "\\}"))
+            cases.Add(new KeyValuePair<string, string>(CString(m.Groups[1].Value), CString(m.Groups[2].Value)));
+        return cases;
+    }
+
+    static void EachHardQuotingCaseGivesItsExactText()
+    {
+        var cases = QuoteCases();
+        Check(cases.Count >= 20, "the table has " + cases.Count + " cases");
+        foreach (var c in cases) Equal(c.Value, GraLink.QuoteArgument(c.Key), "case <" + c.Key + ">");
+        Equal("\"\"", GraLink.QuoteArgument(null));
+    }
+
+    static void TheCommandLineHasEveryOptionInItsPlaceWithItsValueQuoted()
+    {
+        GraLinkLaunchOptions o = new GraLinkLaunchOptions();
+        o.Program = "C:\\Games\\My Game\\overlay\\gra-overlay.exe";
+        Equal("\"C:\\Games\\My Game\\overlay\\gra-overlay.exe\"", GraLink.CommandLine(o));
+        o.Program = "gra-overlay.exe";
+        o.Web = "C:\\Game\\web\\";
+        o.Doc = "C:\\Users\\Ann\\Documents\\My Game";
+        o.Port = 47700;
+        o.Game = "Gravos \"Arena\" 2";
+        o.GameClass = "Win32Window";
+        o.Mode = "owned";
+        o.Log = "";
+        o.Data = "D:\\data\\";
+        o.Show = true;
+        Equal("\"gra-overlay.exe\" --web C:\\Game\\web\\ --doc \"C:\\Users\\Ann\\Documents\\My Game\"" +
+              " --port 47700 --game \"Gravos \\\"Arena\\\" 2\" --game-class Win32Window" +
+              " --mode owned --log \"\" --data D:\\data\\ --show", GraLink.CommandLine(o));
+        foreach (string bad in new[] { null, "", "C:\\a\"b.exe" })
+        {
+            o.Program = bad;
+            Equal(null, GraLink.CommandLine(o), "program <" + bad + ">");
+        }
+    }
+
+    static void LaunchRefusesWhatWindowsCannotTakeBeforeStartingAnything()
+    {
+        Process process;
+        int error;
+        foreach (string game in new[] { "a\0b", "lone \ud800" })
+        {
+            GraLinkLaunchOptions o = new GraLinkLaunchOptions { Program = "gra-overlay.exe", Game = game, Runner = "/nonexistent/runner" };
+            Equal(GraLinkResult.Invalid, GraLink.Launch(o, out process, out error), "game <" + game + ">");
+            Equal(null, process);
+        }
+        GraLinkLaunchOptions unquotable = new GraLinkLaunchOptions { Program = "a\"b.exe" };
+        Equal(GraLinkResult.Invalid, GraLink.Launch(unquotable, out process));
+        GraLinkLaunchOptions tooLong = new GraLinkLaunchOptions
+            { Program = "gra-overlay.exe", Game = new string('x', 32767), Runner = "/nonexistent/runner" };
+        Equal(GraLinkResult.TooLong, GraLink.Launch(tooLong, out process));
+        GraLinkLaunchOptions missing = new GraLinkLaunchOptions { Program = "gra-overlay.exe", Runner = "/nonexistent/runner" };
+        Equal(GraLinkResult.LaunchFailed, GraLink.Launch(missing, out process, out error));
+        Equal(2, error);
+        Equal("the program could not be started", GraLink.ErrorText(GraLinkResult.LaunchFailed));
+        Equal(-11, (int)GraLinkResult.LaunchFailed);
+    }
+
+    // A runner gets the program and every option as words of their own, whatever
+    // they hold: a shell script stands in for wine and writes down its words.
+    static void ARunnerGetsEveryHardCaseBackAsOneWord()
+    {
+        string folder = Path.Combine(Path.GetTempPath(), "gralink-runner-" + Process.GetCurrentProcess().Id);
+        Directory.CreateDirectory(folder);
+        try
+        {
+            string script = Path.Combine(folder, "runner.sh"), words = Path.Combine(folder, "words");
+            File.WriteAllText(script, "#!/bin/sh\nprintf '%s\\0' \"$@\" > \"$0.part\" && mv \"$0.part\" '" + words + "'\n");
+            var cases = QuoteCases();
+            for (int first = 0; first < cases.Count; first += 6)
+            {
+                var values = new List<string>();
+                for (int i = first; i < first + 6; i++) values.Add(i < cases.Count ? cases[i].Key : "filler");
+                GraLinkLaunchOptions o = new GraLinkLaunchOptions
+                {
+                    // the runner is /bin/sh, so the "program" is the script it runs
+                    Program = script, Web = values[0], Doc = values[1], Game = values[2],
+                    GameClass = values[3], Log = values[4], Data = values[5], Port = 47700, Runner = "/bin/sh"
+                };
+                Process process;
+                int error;
+                File.Delete(words);
+                Equal(GraLinkResult.Ok, GraLink.Launch(o, out process, out error), "error " + error);
+                Check(process.WaitForExit(20000), "the runner did not end");
+                process.Dispose();
+                string[] got = File.ReadAllText(words, Encoding.UTF8).Split('\0');
+                var expected = new List<string> { "--web", values[0], "--doc", values[1], "--port", "47700", "--game", values[2],
+                                                  "--game-class", values[3], "--log", values[4], "--data", values[5], "" };
+                Equal(string.Join("|", expected), string.Join("|", got));
+            }
+        }
+        finally
+        {
+            Directory.Delete(folder, true);
+        }
+    }
+
     static int Main(string[] args)
     {
         if (args.Length != 1)
@@ -484,6 +703,14 @@ static class GraLinkTests
             new KeyValuePair<string, Action>("ReportsAreParsedAsGraLinkHParsesThem", ReportsAreParsedAsGraLinkHParsesThem),
             new KeyValuePair<string, Action>("PollReadsOnlyTheProgramsReportsAndNeverBlocks", PollReadsOnlyTheProgramsReportsAndNeverBlocks),
             new KeyValuePair<string, Action>("ASendToAClosedPortDoesNotBreakPolling", ASendToAClosedPortDoesNotBreakPolling),
+            new KeyValuePair<string, Action>("DispatchReportsRaisesTheEventForEachReportInOrder", DispatchReportsRaisesTheEventForEachReportInOrder),
+            new KeyValuePair<string, Action>("NextReportWaitsForOneAndGivesUpAfterItsTime", NextReportWaitsForOneAndGivesUpAfterItsTime),
+            new KeyValuePair<string, Action>("WaitReadyAsksAgainUntilTheProgramAnswers", WaitReadyAsksAgainUntilTheProgramAnswers),
+            new KeyValuePair<string, Action>("WaitReadyGivesUpAfterTheTimeoutWhenNobodyAnswers", WaitReadyGivesUpAfterTheTimeoutWhenNobodyAnswers),
+            new KeyValuePair<string, Action>("EachHardQuotingCaseGivesItsExactText", EachHardQuotingCaseGivesItsExactText),
+            new KeyValuePair<string, Action>("TheCommandLineHasEveryOptionInItsPlaceWithItsValueQuoted", TheCommandLineHasEveryOptionInItsPlaceWithItsValueQuoted),
+            new KeyValuePair<string, Action>("LaunchRefusesWhatWindowsCannotTakeBeforeStartingAnything", LaunchRefusesWhatWindowsCannotTakeBeforeStartingAnything),
+            new KeyValuePair<string, Action>("ARunnerGetsEveryHardCaseBackAsOneWord", ARunnerGetsEveryHardCaseBackAsOneWord),
         };
         int failed = 0;
         foreach (var t in tests)

@@ -177,4 +177,20 @@ TEST_F(GraSend, UsageListsEveryCommand) {
         EXPECT_NE(run.err.find(word), std::string::npos) << word;
 }
 
+TEST_F(GraSend, HelpPrintsTheUsageOnStandardOutputAndSucceeds) {
+    for (const auto& words : std::vector<std::vector<std::string>>{{"--help"}, {"-h"}, {"--port", "1", "--help"}}) {
+        Outcome run = send(words);
+        EXPECT_EQ(run.status, 0) << words.back() << ": " << run.err;
+        EXPECT_EQ(run.out.rfind("usage: gra-send [options] COMMAND [TEXT...]\n", 0), 0u) << run.out;
+        EXPECT_NE(run.out.find("  --help      print this text and end\n"), std::string::npos);
+        EXPECT_EQ(run.err, "");
+    }
+    // after the command, "--help" is text like any other
+    Outcome run = send({"show", "--help"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(received(), "GRAO show --help");
+    EXPECT_EQ(received(200), "<nothing>");
+}
+
 } // namespace

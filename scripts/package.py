@@ -4,6 +4,8 @@
     gra-overlay-<version>-win64.zip
         gra-overlay.exe         the program
         web/                    the default page, gra-overlay.js, gra-overlay.d.ts
+        gra-overlay-page-<version>.tgz
+                                the page author's npm package (npm pack of web/)
         sdk/                    gra_link.h, gra-send.exe, GraLink.cs
         docs/                   the game's and the page's side
         README.md, LICENSE
@@ -18,9 +20,11 @@ build again makes the same zip. Prints the zip's path.
 
 import argparse
 import hashlib
+import json
 import os
 import subprocess
 import sys
+import tempfile
 import time
 import zipfile
 
@@ -44,10 +48,21 @@ def tree(folder):
     return found
 
 
-def layout(build):
+def page_package(folder):
+    """npm pack of web/ into the folder; the package file's path."""
+    out = subprocess.run(["npm", "pack", "--pack-destination", folder, "--json"], cwd=os.path.join(ROOT, "web"),
+                         capture_output=True, text=True)
+    if out.returncode != 0:
+        sys.exit("package: npm pack of web/ failed: %s" % out.stderr.strip())
+    return os.path.join(folder, json.loads(out.stdout)[0]["filename"])
+
+
+def layout(build, scratch):
     """(name in the zip, path on disk) for every file of the package."""
     files = [("gra-overlay.exe", os.path.join(build, "bin", "gra-overlay.exe"))]
     files += tree("web")
+    npm_package = page_package(scratch)
+    files += [(os.path.basename(npm_package), npm_package)]
     files += [("sdk/gra_link.h", os.path.join(ROOT, "sdk", "gra_link.h")),
               ("sdk/gra-send.exe", os.path.join(build, "bin", "gra-send.exe")),
               ("sdk/GraLink.cs", os.path.join(ROOT, "sdk", "GraLink.cs"))]
@@ -87,8 +102,8 @@ def make(build, out):
     stamp = source_date()
     sums = []
     partial = target + ".part"
-    with zipfile.ZipFile(partial, "w") as archive:
-        for entry, path in sorted(layout(build)):
+    with tempfile.TemporaryDirectory() as scratch, zipfile.ZipFile(partial, "w") as archive:
+        for entry, path in sorted(layout(build, scratch)):
             with open(path, "rb") as f:
                 data = f.read()
             add(archive, entry, data, stamp, executable=entry.endswith(".exe"))

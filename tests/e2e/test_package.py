@@ -52,7 +52,7 @@ class Package(unittest.TestCase):
         self.assertEqual(len(names), len(set(names)))
         required = {"gra-overlay.exe", "web/index.html", "web/gra-overlay.js", "web/gra-overlay.d.ts",
                     "sdk/gra_link.h", "sdk/gra-send.exe", "sdk/GraLink.cs", "docs/game-protocol.md",
-                    "README.md", "LICENSE", "SHA256SUMS"}
+                    "README.md", "LICENSE", "SHA256SUMS", "gra-overlay-page-%s.tgz" % read_version()}
         self.assertEqual(set(names), required | set(source_files("web")) | set(source_files("docs", ".md")))
 
     def test_the_sums_cover_every_other_file_and_match(self):

@@ -95,14 +95,15 @@ class Preview(unittest.TestCase):
 
     def test_game_commands_typed_on_the_terminal_reach_the_program_and_what_it_says_is_printed(self):
         folder = page_folder(unique("preview-typed"), "buttons.html")
-        preview = subprocess.Popen([sys.executable, PREVIEW, folder], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+        preview = subprocess.Popen([sys.executable, PREVIEW, folder, "--no-watch"], stdin=subprocess.PIPE,
+                                   stdout=subprocess.PIPE,
                                    stderr=subprocess.STDOUT, text=True)
         try:
             lines = []
             for line in preview.stdout:
                 lines.append(line.rstrip("\n"))
                 if line.startswith("log: cover off"):
-                    preview.stdin.write("show\n")
+                    preview.stdin.write("note hello\nshow\n")
                     preview.stdin.flush()
                 if line.startswith("program -> game: GRAO state active"):
                     preview.stdin.write("GRAO bye\n")
@@ -115,6 +116,8 @@ class Preview(unittest.TestCase):
         self.assertIn("program -> game: GRAO state active", lines)
         self.assertTrue(any(line.startswith("log: 'bye' from UDP port ") for line in lines), lines)
         self.assertEqual(lines[-1], "preview: the program ended")
+        self.assertFalse(any(line.startswith("preview: watching ") for line in lines), lines)
+        self.assertIn("preview: not sent: 'note hello': the argument is not valid JSON", lines)
 
     def test_commands_are_sent_in_order_before_the_picture_and_a_refused_one_is_said_not_sent(self):
         folder = page_folder(unique("preview-commands"), "commands.html")
@@ -175,6 +178,7 @@ class Preview(unittest.TestCase):
         folder = page_folder(unique("preview-watch"), "box.html")
         with InteractivePreview(self, folder, "--size", "640x400") as preview:
             said = preview.wait_for(r"^preview: the game's client area at \((\d+), (\d+)\)")
+            preview.wait_for(r"^preview: watching %s: " % re.escape(folder))
             centre = (int(said.group(1)) + 200, int(said.group(2)) + 155)
             preview.wait_for(r"^log: cover off")
             preview.type("show")

@@ -3,7 +3,7 @@
 import { test, before, after } from 'node:test';
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
-import { mkdtemp, readFile, rm, writeFile } from 'node:fs/promises';
+import { copyFile, mkdir, mkdtemp, readFile, rm, writeFile } from 'node:fs/promises';
 import os from 'node:os';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
@@ -86,4 +86,41 @@ test('a mistyped event name fails the check', async () => {
   const result = await check(GOOD_PAGE.replace("overlay.on('show'", "overlay.on('shwo'"));
   assert.equal(result.ok, false);
   assert.match(result.output, /page\.ts\(4,.*error TS/);
+});
+
+// The first page of docs/page-api.md, as a page author follows it: the library and its types copied
+// from the installed package beside page.js, and the document's tsconfig.json.
+test('the first page of the page author\'s guide passes the guide\'s strict check, and its mistakes fail it', async () => {
+  const guide = await readFile(path.join(here, '../../docs/page-api.md'), 'utf8');
+  const block = (after, language) => {
+    const start = guide.indexOf(after);
+    assert.ok(start >= 0, after);
+    const match = guide.slice(start).match(new RegExp('```' + language + '\\n([\\s\\S]*?)```'));
+    return match[1];
+  };
+  const page = block('`page.js`:', 'js');
+  const tsconfig = block('### 4. Check it with TypeScript', 'json');
+  const folder = path.join(scratch, 'first-page');
+  await mkdir(folder, { recursive: true });
+  for (const name of ['gra-overlay.js', 'gra-overlay.d.ts']) {
+    await copyFile(path.join(scratch, 'quest-page/node_modules/gra-overlay-page', name), path.join(folder, name));
+  }
+  await writeFile(path.join(folder, 'tsconfig.json'), tsconfig);
+  const checkPage = async (text) => {
+    await writeFile(path.join(folder, 'page.js'), text);
+    try {
+      await run(process.execPath, [tsc, '-p', folder]);
+      return { ok: true, output: '' };
+    } catch (error) {
+      return { ok: false, output: error.stdout + error.stderr };
+    }
+  };
+  const good = await checkPage(page);
+  assert.ok(good.ok, good.output);
+  const saved = await checkPage(`${page}overlay.save('quests.json', '[]');\n`);
+  assert.equal(saved.ok, false);
+  assert.match(saved.output, /error TS2345: Argument of type '"quests\.json"'/);
+  const mistyped = await checkPage(page.replace("overlay.on('show'", "overlay.on('shwo'"));
+  assert.equal(mistyped.ok, false);
+  assert.match(mistyped.output, /error TS2345: Argument of type '"shwo"'/);
 });

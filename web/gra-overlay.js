@@ -182,12 +182,19 @@ class Emitter {
   }
 
   emit(event, detail) {
-    for (const handler of [...(this.#handlers.get(event) ?? [])]) {
-      try {
-        handler(detail);
-      } catch (error) {
-        this.#onError(error, event);
+    // The handlers are the page's own code, even when a call into the library raised the event.
+    const caller = entryPoint;
+    entryPoint = null;
+    try {
+      for (const handler of [...(this.#handlers.get(event) ?? [])]) {
+        try {
+          handler(detail);
+        } catch (error) {
+          this.#onError(error, event);
+        }
       }
+    } finally {
+      entryPoint = caller;
     }
   }
 }

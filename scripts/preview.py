@@ -38,6 +38,7 @@ import argparse
 import json
 import os
 import re
+import signal
 import sys
 import threading
 import time
@@ -351,6 +352,8 @@ def announce_devtools(port):
 
 def main(argv):
     args = arguments(argv)
+    # Ended from outside, the preview still ends its game, program and browser on the way out.
+    signal.signal(signal.SIGTERM, lambda number, frame: sys.exit(0))
     scene = None
     printer = None
     try:

@@ -219,6 +219,17 @@ class Preview(unittest.TestCase):
             preview.type("GRAO bye")
             preview.wait_ended()
 
+    def test_ended_from_outside_the_preview_leaves_nothing_running(self):
+        folder = page_folder(unique("preview-terminated"), "box.html")
+        with InteractivePreview(self, folder) as preview:
+            log = preview.wait_for(r"^preview: the program's log: (.*)$").group(1)
+            preview.wait_for(r"^log: page ready$")
+            scratch = os.path.dirname(log)
+            self.assertTrue(running_under(scratch), "nothing of the preview found running")
+            preview.process.terminate()
+            self.assertEqual(preview.process.wait(60), 0, preview.lines)
+        self.assertFalse(wait_until(lambda: not running_under(scratch), 20) is None, running_under(scratch))
+
     def test_a_folder_without_an_index_page_is_refused(self):
         empty = scratch_dir(unique("preview-empty"))
         result, _ = self.run_preview(empty, timeout=30)
@@ -324,6 +335,13 @@ class InteractivePreview:
         self.test.assertEqual(self.process.wait(30), 0, self.lines)
         self.reader.join(10)
         self.test.assertEqual(self.lines[-1], "preview: the program ended", self.lines)
+
+
+def running_under(scratch):
+    """Processes whose command line names the preview's scratch folders (its bridge and its program)."""
+    out = subprocess.run(["ps", "-eo", "args"], capture_output=True, text=True).stdout
+    names = (scratch, scratch.replace("/", "\\"), scratch + "-bridge")
+    return [line for line in out.splitlines() if any(name in line for name in names)]
 
 
 def free_tcp_port():

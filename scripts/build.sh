@@ -1,8 +1,13 @@
 #!/usr/bin/env bash
 # Builds everything: the native (Linux) pieces into build/native, then the
 # Windows program, its tests and their stand-ins into build/.
+#   bash scripts/build.sh                        everything
+#   bash scripts/build.sh --preview              only what the preview and the demo run: the
+#                                                program with its page folder, the Chromium-backed
+#                                                runtime, the stand-in game and testctl
 #   bash scripts/build.sh [TARGET | native:TARGET]...
-# With targets, only those are built (native: names one of the Linux build).
+#                                                only those targets (native: names one of the
+#                                                Linux build)
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$here"
@@ -11,7 +16,9 @@ native=()
 windows=()
 for target in "$@"; do
   case "$target" in
+    --preview) windows+=(--target gra-overlay --target chromium_runtime --target standin_game --target testctl) ;;
     native:*) native+=(--target "${target#native:}") ;;
+    -*) echo "usage: build.sh [--preview] [TARGET | native:TARGET]..." >&2; exit 2 ;;
     *) windows+=(--target "$target") ;;
   esac
 done

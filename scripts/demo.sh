@@ -7,7 +7,7 @@
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 bash "$here/scripts/install-deps.sh"
-bash "$here/scripts/build.sh"
+bash "$here/scripts/build.sh" --preview
 if [ -z "${DISPLAY:-}" ]; then
   exec bash "$here/scripts/in-wine-display.sh" /usr/bin/python3 "$here/scripts/demo.py" "$@"
 fi

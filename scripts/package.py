@@ -4,6 +4,8 @@
     gra-overlay-<version>-win64.zip
         gra-overlay.exe         the program
         web/                    the default page, gra-overlay.js, gra-overlay.d.ts
+        gra-overlay-page-<version>.tgz
+                                the page author's npm package (npm pack of web/)
         sdk/                    gra_link.h, gra-send.exe, GraLink.cs, gra_link.py
         sdk/unity/com.gra-overlay.link/
                                 GraLink.cs as a Unity package (from sdk/unity)
@@ -31,6 +33,7 @@ import os
 import shutil
 import subprocess
 import sys
+import tempfile
 import time
 import zipfile
 
@@ -76,11 +79,22 @@ def unity_manifest():
     return (json.dumps(manifest, indent=2, ensure_ascii=False) + "\n").encode("utf-8")
 
 
-def layout(build):
+def page_package(folder):
+    """npm pack of web/ into the folder; the package file's path."""
+    out = subprocess.run(["npm", "pack", "--pack-destination", folder, "--json"], cwd=os.path.join(ROOT, "web"),
+                         capture_output=True, text=True)
+    if out.returncode != 0:
+        sys.exit("package: npm pack of web/ failed: %s" % out.stderr.strip())
+    return os.path.join(folder, json.loads(out.stdout)[0]["filename"])
+
+
+def layout(build, scratch):
     """(name in the zip, path on disk or the bytes themselves) for every file
     of the package."""
     files = [("gra-overlay.exe", os.path.join(build, "bin", "gra-overlay.exe"))]
     files += tree("web")
+    npm_package = page_package(scratch)
+    files += [(os.path.basename(npm_package), npm_package)]
     files += [("sdk/gra_link.h", os.path.join(ROOT, "sdk", "gra_link.h")),
               ("sdk/gra-send.exe", os.path.join(build, "bin", "gra-send.exe")),
               ("sdk/GraLink.cs", os.path.join(ROOT, "sdk", "GraLink.cs")),
@@ -139,8 +153,8 @@ def make(build, out):
     stamp = source_date()
     sums = []
     partial = target + ".part"
-    with zipfile.ZipFile(partial, "w") as archive:
-        for entry, source in sorted(layout(build), key=lambda item: item[0]):
+    with tempfile.TemporaryDirectory() as scratch, zipfile.ZipFile(partial, "w") as archive:
+        for entry, source in sorted(layout(build, scratch), key=lambda item: item[0]):
             if isinstance(source, bytes):
                 data = source
             else:

@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # Previews a page folder in the real program over the stand-in game, under
 # Wine, with the Chromium-backed WebView2 runtime:
-#   bash scripts/preview.sh PAGE_FOLDER [--screenshot FILE] [--size WxH]
-#                           [--scale S] [--mode child|owned] [--port N]
-#                           [--ready-timeout S]
-# Interactive on the user's X display (game commands typed on the terminal);
-# with --screenshot, under Xvfb, saving one PNG. Installs what is missing and
-# builds first.
+#   bash scripts/preview.sh PAGE_FOLDER [--screenshot FILE] [--command TEXT]...
+#                           [--doc FOLDER] [--devtools[=PORT]] [--no-watch]
+#                           [--size WxH] [--scale S] [--mode child|owned]
+#                           [--port N] [--ready-timeout S]
+# Interactive on the user's X display (game commands typed on the terminal,
+# the page reloaded when a file in its folder changes); with --screenshot,
+# under Xvfb, saving one PNG. The page's console, errors and failed loads are
+# printed with file and line in both. Installs what is missing and builds what
+# the preview runs first.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 screenshot=no
@@ -21,7 +24,7 @@ if [ "$screenshot" = no ] && [ -z "${DISPLAY:-}" ]; then
   exit 2
 fi
 bash "$here/scripts/install-deps.sh" >&2
-bash "$here/scripts/build.sh" >&2
+bash "$here/scripts/build.sh" --preview >&2
 if [ "$screenshot" = yes ]; then
   exec bash "$here/scripts/in-wine-display.sh" /usr/bin/python3 "$here/scripts/preview.py" "$@"
 fi

@@ -5,8 +5,8 @@
 /** The interaction modes: hidden (nothing shown), passive (shown, the game keeps the keyboard), active. */
 export type Mode = 'hidden' | 'passive' | 'active';
 
-/** The two files the host keeps for the page in the player's documents folder (any letter case). */
-export type PageFileName = 'gra_pad.json' | 'gra_overlay.json' | (string & {});
+/** The two files the host keeps for the page in the player's documents folder; it refuses every other name. */
+export type PageFileName = 'gra_pad.json' | 'gra_overlay.json';
 
 /** A hit rectangle in CSS pixels of the page: x, y, width, height. */
 export type Rect = [x: number, y: number, width: number, height: number];
@@ -204,8 +204,12 @@ export interface GraOverlayDev {
   show(pad?: string): void;
   /** The game's "hide": a close request when the page is ready, else hidden at once. */
   close(): void;
-  /** The game's "note": passive when hidden, then the note (held until the page is ready). */
-  note(value: unknown): void;
+  /**
+   * The game's "note" with its text as the game sends it, one JSON value ('"Find the key"',
+   * '{"title":"Quest"}'); other values are sent as their JSON. Passive when hidden, then the note
+   * (held until the page is ready); a text that is not one JSON value is dropped with a warning.
+   */
+  note(json: string | number | boolean | object | null): void;
   away(): void;
   back(): void;
   /** The game's "page": any message, delivered as it is. */

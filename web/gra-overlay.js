@@ -31,8 +31,37 @@ export function utf8Length(text) {
 // Texts that must arrive exactly are refused with these characters instead of being mangled.
 const MANGLED = /[\u0008\u000c]/;
 
+// The library's entry point that the page's own code called, while one runs. An error for the
+// author's mistake gets its stack from there, so that the console and the error event name the
+// author's line, not one in this file.
+let entryPoint = null;
+
 function fail(Kind, text) {
-  throw new Kind(`gra-overlay: ${text}`);
+  const error = new Kind(`gra-overlay: ${text}`);
+  if (entryPoint && typeof Error.captureStackTrace === 'function') Error.captureStackTrace(error, entryPoint);
+  throw error;
+}
+
+/** Wraps a function that pages call, so that the errors it throws point at the page's call. */
+function authorFacing(fn) {
+  const entry = function (...args) {
+    if (entryPoint) return fn.apply(this, args);
+    entryPoint = entry;
+    try {
+      return fn.apply(this, args);
+    } finally {
+      entryPoint = null;
+    }
+  };
+  return entry;
+}
+
+function authorFacingMethods(prototype) {
+  for (const name of Object.getOwnPropertyNames(prototype)) {
+    const descriptor = Object.getOwnPropertyDescriptor(prototype, name);
+    if (name === 'constructor' || typeof descriptor.value !== 'function') continue;
+    Object.defineProperty(prototype, name, { ...descriptor, value: authorFacing(descriptor.value) });
+  }
 }
 
 function checkFileName(name) {
@@ -53,7 +82,7 @@ function checkExactText(text, what) {
  * Checks a command for the game exactly as the host does before forwarding it, and returns the
  * argument as a string. The host drops a failing command without a word; this throws instead.
  */
-export function checkGameCommand(cmd, arg = '') {
+export const checkGameCommand = authorFacing((cmd, arg = '') => {
   if (typeof cmd !== 'string') fail(TypeError, 'game(): the command must be a string');
   const length = utf8Length(cmd);
   if (length < 1 || length > 39) fail(RangeError, `game(): the command must be 1 to 39 bytes, "${cmd}" has ${length}`);
@@ -63,7 +92,7 @@ export function checkGameCommand(cmd, arg = '') {
   if (utf8Length(arg) >= 200) fail(RangeError, `game(): the argument must be shorter than 200 bytes, it has ${utf8Length(arg)}`);
   if (/[\r\n]/.test(arg)) fail(TypeError, 'game(): the argument must not hold a line break');
   return arg;
-}
+});
 
 /** A rectangle [x, y, width, height] in whole CSS pixels that covers a DOMRect-like box. */
 export function rectOf(box) {
@@ -79,7 +108,7 @@ function plainInteger(value) {
 }
 
 /** Builders of every message the page sends, each field in the order the host reads it. */
-export const messages = Object.freeze({
+export const messages = Object.freeze(Object.fromEntries(Object.entries({
   ready: () => ({ type: 'ready' }),
   cover: () => ({ type: 'cover', on: false }),
   hide: () => ({ type: 'hide' }),
@@ -106,7 +135,7 @@ export const messages = Object.freeze({
     return { type: 'game', cmd, arg: checked };
   },
   log: (text) => ({ type: 'log', text: String(text).replace(/[\u0008\u000c]/g, ' ') }),
-});
+}).map(([name, build]) => [name, authorFacing(build)])));
 
 function isObject(value) {
   return typeof value === 'object' && value !== null && !Array.isArray(value);
@@ -156,12 +185,19 @@ class Emitter {
   }
 
   emit(event, detail) {
-    for (const handler of [...(this.#handlers.get(event) ?? [])]) {
-      try {
-        handler(detail);
-      } catch (error) {
-        this.#onError(error, event);
+    // The handlers are the page's own code, even when a call into the library raised the event.
+    const caller = entryPoint;
+    entryPoint = null;
+    try {
+      for (const handler of [...(this.#handlers.get(event) ?? [])]) {
+        try {
+          handler(detail);
+        } catch (error) {
+          this.#onError(error, event);
+        }
       }
+    } finally {
+      entryPoint = caller;
     }
   }
 }
@@ -531,6 +567,8 @@ export class Overlay {
   }
 }
 
+authorFacingMethods(Overlay.prototype);
+
 function describeError(error) {
   if (error instanceof Error) return `${error.name}: ${error.message}`;
   return String(error);
@@ -551,7 +589,7 @@ const DEFAULTS = Object.freeze({
  * Connects the page to the host and returns its Overlay. The first call decides the options;
  * later calls return the same Overlay.
  */
-export function connect(options = {}) {
+export const connect = authorFacing((options = {}) => {
   const settings = { ...DEFAULTS, ...options };
   const win = settings.window ?? globalThis;
   if (win[CONNECTION]) return win[CONNECTION];
@@ -560,7 +598,7 @@ export function connect(options = {}) {
   win[CONNECTION] = overlay;
   overlay[START]();
   return overlay;
-}
+});
 
 // ---------------------------------------------------------------------------------------------
 // Development bridge: a simulated host for pages opened in an ordinary browser. It answers the
@@ -587,7 +625,7 @@ class DevHost {
     this.#win = win;
     win.graOverlayDev = this.#consoleApi();
     console.info('gra-overlay: no host here (window.chrome.webview is missing); a simulated one answers. '
-      + 'Play the game with graOverlayDev.show("pad"), .close(), .note("text"), .away(), .back(), .page({...}), '
+      + 'Play the game with graOverlayDev.show("pad"), .close(), .note(\'"text"\'), .away(), .back(), .page({...}), '
       + '.warn("elevated"|"fullscreen"|"windowed").');
     if (withPanel && win.document) {
       const start = () => { this.#panel = new DevPanel(win, this); };
@@ -624,9 +662,22 @@ class DevHost {
     else this.#setMode('hidden');
   }
 
-  note(value) {
+  // The note's text as the game sends it after "note ": one JSON value ('"text"' or '{"title":"Quest"}').
+  // Other values are sent as their JSON. As in the program, a hidden overlay becomes passive first,
+  // and a text that is not one JSON value goes no further (the web view refuses it).
+  note(json) {
+    const text = typeof json === 'string' ? json : JSON.stringify(json);
     if (this.state.mode === 'hidden') this.#setMode('passive');
-    const message = { type: 'note', note: value };
+    let note;
+    try {
+      note = JSON.parse(text);
+    } catch {
+      console.warn(`gra-overlay: the note ${text} is not one JSON value; the program drops it. `
+        + `A text is sent in quotes: ${JSON.stringify(String(text))}`);
+      this.#panel?.update();
+      return;
+    }
+    const message = { type: 'note', note };
     if (this.#pageReady) this.#deliver(message);
     else this.#held.push(message);
   }
@@ -760,7 +811,7 @@ const PANEL_HTML = `
   <header part="header"><b>gra-overlay dev host</b><span class="mode"></span><span class="toggle">–</span></header>
   <div class="body">
     <div class="row"><input type="text" name="pad" placeholder="pad text for show"><button data-do="show">Show</button><button data-do="close">Close</button></div>
-    <div class="row"><input type="text" name="note" placeholder="note (JSON or text)"><button data-do="note">Note</button></div>
+    <div class="row"><input type="text" name="note" placeholder='note as the game sends it: "text" or {"title":…}'><button data-do="note">Note</button></div>
     <div class="row"><button data-do="away">Away</button><button data-do="back">Back</button></div>
     <div class="row"><button data-do="elevated">Elevated</button><button data-do="fullscreen">Fullscreen</button><button data-do="windowed">Windowed</button></div>
     <label><input type="checkbox" name="backdrop" checked> game backdrop</label>
@@ -829,7 +880,7 @@ class DevPanel {
     const actions = {
       show: () => this.#host.show(field('pad').value),
       close: () => this.#host.close(),
-      note: () => this.#host.note(parseNote(field('note').value)),
+      note: () => this.#host.note(field('note').value),
       away: () => this.#host.away(),
       back: () => this.#host.back(),
       elevated: () => this.#host.warn('elevated'),
@@ -842,14 +893,6 @@ class DevPanel {
       else if (event.target.closest('header')) element.toggleAttribute('collapsed');
     });
     this.#root.addEventListener('change', () => this.update());
-  }
-}
-
-function parseNote(text) {
-  try {
-    return JSON.parse(text);
-  } catch {
-    return text;
   }
 }
 

@@ -39,6 +39,24 @@ function keyIdentity(vk) {
   return { key: 'Unidentified', code: '' };
 }
 
+// One console argument as the console shows it, shortly.
+function describeValue(value) {
+  if (value.type === 'string') return value.value;
+  if (value.unserializableValue) return value.unserializableValue;
+  if (value.type === 'undefined') return 'undefined';
+  if ('value' in value) return JSON.stringify(value.value);
+  const preview = value.preview;
+  if (preview?.properties && value.subtype !== 'error') {
+    const items = preview.properties.map((p) => {
+      const shown = p.type === 'string' ? JSON.stringify(p.value) : p.value;
+      return preview.subtype === 'array' ? shown : `${p.name}: ${shown}`;
+    });
+    if (preview.overflow) items.push('…');
+    return preview.subtype === 'array' ? `[${items.join(', ')}]` : `{${items.join(', ')}}`;
+  }
+  return value.description?.split('\n')[0] ?? value.type;
+}
+
 export class Page {
   #browser;
   #session;
@@ -63,6 +81,7 @@ export class Page {
   #captureAgain = false;
   #frameWaiters = new Set();  // the benchmark's watchers of new frames and of painted ones
   #paintWaiters = new Set();
+  #requests = new Map();  // the page's loads under way, by request id: where each was asked for
   stats = { framesSent: 0, framesPainted: 0, bytesSent: 0, pageErrors: [], messagesFromPage: 0, messagesToPage: 0 };
 
   constructor({ browser, journal, toRuntime, say }) {
@@ -81,6 +100,7 @@ export class Page {
     const send = (method, params) => this.#browser.send(method, params, this.#session);
     await send('Page.enable');
     await send('Runtime.enable');
+    await send('Network.enable', { maxTotalBufferSize: 0, maxResourceBufferSize: 0 });
     await send('Runtime.addBinding', { name: '__graWebViewPost' });
     await send('Page.addScriptToEvaluateOnNewDocument', { source: SHIM });
     await send('Emulation.setFocusEmulationEnabled', { enabled: true });
@@ -243,10 +263,13 @@ export class Page {
     if (method === 'Fetch.requestPaused') this.#serve(params);
     else if (method === 'Page.screencastFrame') this.#onScreencastFrame(params);
     else if (method === 'Runtime.bindingCalled' && params.name === '__graWebViewPost') this.#onPageMessage(params.payload);
-    else if (method === 'Runtime.exceptionThrown') {
-      const details = params.exceptionDetails;
-      this.#report(`page error: ${details.exception?.description ?? details.text}`);
-    } else if (method === 'Page.frameNavigated' && !params.frame.parentId) {
+    else if (method === 'Runtime.exceptionThrown') this.#onException(params.exceptionDetails);
+    else if (method === 'Runtime.consoleAPICalled') this.#onConsole(params);
+    else if (method === 'Network.requestWillBeSent') this.#requests.set(params.requestId, params);
+    else if (method === 'Network.responseReceived') this.#onResponse(params);
+    else if (method === 'Network.loadingFailed') this.#onLoadFailed(params);
+    else if (method === 'Network.loadingFinished') this.#requests.delete(params.requestId);
+    else if (method === 'Page.frameNavigated' && !params.frame.parentId) {
       this.#source = params.frame.url;
       this.#journal({ event: 'navigated', uri: params.frame.url });
       this.#keepHidden().catch(() => {});
@@ -261,7 +284,71 @@ export class Page {
   #report(text) {
     this.stats.pageErrors.push(text);
     this.#journal({ event: 'page-error', message: text });
-    this.#say(text);
+    this.#say(`page: error: ${text}`);
+  }
+
+  // ------------------------------------------------------------ what the page says
+
+  // A place in the page as a person finds it: the file relative to the page
+  // folder (or the whole address elsewhere), line and column counted from 1.
+  #where(url, line, column) {
+    if (!url) return '';
+    return `${this.#fileName(url)}:${(line ?? 0) + 1}:${(column ?? 0) + 1} `;
+  }
+
+  #fileName(url) {
+    try {
+      const parsed = new URL(url);
+      if (this.#mappings.has(parsed.hostname)) return decodeURIComponent(parsed.pathname).replace(/^\//, '');
+    } catch {
+      // an address that is not a URL is named as it is
+    }
+    return url;
+  }
+
+  #whereInStack(stackTrace) {
+    const frame = stackTrace?.callFrames?.find((f) => f.url);
+    return frame ? this.#where(frame.url, frame.lineNumber, frame.columnNumber) : '';
+  }
+
+  #onException(details) {
+    const exception = details.exception;
+    let text = exception?.description?.split('\n')[0]
+      ?? (exception && 'value' in exception ? `${JSON.stringify(exception.value)}` : details.text);
+    if (/in promise/.test(details.text)) text = `unhandled rejection: ${text}`;
+    const where = details.url ? this.#where(details.url, details.lineNumber, details.columnNumber)
+      : this.#whereInStack(details.stackTrace);
+    this.#report(`${where}${text}`);
+  }
+
+  #onConsole({ type, args, stackTrace }) {
+    const level = { warning: 'warn', assert: 'error', trace: 'log', dir: 'log', table: 'log' }[type] ?? type;
+    const text = (args ?? []).map(describeValue).join(' ');
+    const line = `${this.#whereInStack(stackTrace)}${text}`;
+    this.#journal({ event: 'console', level, message: line });
+    this.#say(`page: ${level}: ${line}`);
+  }
+
+  // The page's own loads that fail (a missing script, a 404) are said with the
+  // place in the page that asked for them; the browser's own asks (the icon) are not.
+  #onResponse({ requestId, response, type }) {
+    if (response.status < 400) return;
+    this.#failedLoad(requestId, type, `${response.status}${response.statusText ? ` ${response.statusText}` : ''}`);
+  }
+
+  #onLoadFailed({ requestId, type, errorText, canceled }) {
+    if (!canceled) this.#failedLoad(requestId, type, errorText);
+  }
+
+  #failedLoad(requestId, type, why) {
+    const request = this.#requests.get(requestId);
+    this.#requests.delete(requestId);
+    if (!request) return;
+    const initiator = request.initiator ?? {};
+    if (initiator.type === 'other' && type !== 'Document') return;
+    const where = initiator.url ? this.#where(initiator.url, initiator.lineNumber, initiator.columnNumber)
+      : this.#whereInStack(initiator.stack);
+    this.#report(`${where}${this.#fileName(request.request.url)} could not be loaded (${why})`);
   }
 
   #onPageMessage(json) {

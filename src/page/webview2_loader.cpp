@@ -54,7 +54,25 @@ std::wstring readFolderValue(HKEY root, REGSAM view) {
     return folder;
 }
 
+// Appends the WEBVIEW2_ADDITIONAL_BROWSER_ARGUMENTS value to the caller's
+// own browser arguments in its options object.
+void addEnvironmentBrowserArguments(ICoreWebView2EnvironmentOptions* options) {
+    std::wstring fromEnvironment = environmentValue(L"WEBVIEW2_ADDITIONAL_BROWSER_ARGUMENTS");
+    if (!options || fromEnvironment.empty()) return;
+    LPWSTR own = nullptr;
+    std::wstring ownArguments;
+    if (SUCCEEDED(options->get_AdditionalBrowserArguments(&own)) && own) ownArguments = own;
+    CoTaskMemFree(own);
+    options->put_AdditionalBrowserArguments(combinedBrowserArguments(ownArguments, fromEnvironment).c_str());
+}
+
 }  // namespace
+
+std::wstring combinedBrowserArguments(const std::wstring& own, const std::wstring& fromEnvironment) {
+    if (fromEnvironment.empty()) return own;
+    if (own.empty()) return fromEnvironment;
+    return own + L" " + fromEnvironment;
+}
 
 RuntimeFolder chooseRuntimeFolder(const std::wstring& environmentFolder, PCWSTR argumentFolder,
                                   const std::function<std::wstring()>& readInstalledFolder) {
@@ -97,5 +115,6 @@ HRESULT CreateCoreWebView2EnvironmentWithOptions(
         FreeLibrary(library);
         return runtimeNotFound;
     }
+    addEnvironmentBrowserArguments(environmentOptions);
     return create(true, runtime.type, userDataFolder, environmentOptions, environmentCreatedHandler);
 }

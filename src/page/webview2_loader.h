@@ -11,7 +11,10 @@
 // fixed-version runtime (null or empty: the installed one); the environment
 // arrives later through environmentCreatedHandler. Returns the runtime's
 // HRESULT, or HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) at once when no
-// runtime, client library or entry point is found.
+// runtime, client library or entry point is found. As the SDK's loader does,
+// it honours WEBVIEW2_BROWSER_EXECUTABLE_FOLDER, WEBVIEW2_USER_DATA_FOLDER and
+// WEBVIEW2_ADDITIONAL_BROWSER_ARGUMENTS (appended to the options' own browser
+// arguments, which are changed in the options object the caller hands in).
 HRESULT CreateCoreWebView2EnvironmentWithOptions(
     PCWSTR browserExecutableFolder, PCWSTR userDataFolder, ICoreWebView2EnvironmentOptions* environmentOptions,
     ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* environmentCreatedHandler);
@@ -29,6 +32,10 @@ struct RuntimeFolder {
 // registry reader reports it (called only when needed; empty means none).
 RuntimeFolder chooseRuntimeFolder(const std::wstring& environmentFolder, PCWSTR argumentFolder,
                                   const std::function<std::wstring()>& readInstalledFolder);
+
+// The browser arguments the runtime receives: the program's own, then those
+// of WEBVIEW2_ADDITIONAL_BROWSER_ARGUMENTS, one space between.
+std::wstring combinedBrowserArguments(const std::wstring& own, const std::wstring& fromEnvironment);
 
 // The installed (stable channel) runtime's folder from the registry, machine
 // first, then user; empty when neither has it.

@@ -129,6 +129,7 @@ class Overlay:
         self.args += list(extra_args)
         self.env = dict(os.environ)
         self.env.pop("WEBVIEW2_BROWSER_EXECUTABLE_FOLDER", None)
+        self.env.pop("WEBVIEW2_ADDITIONAL_BROWSER_ARGUMENTS", None)  # the program's own arguments only, unless asked
         if runtime == "standin":
             self.env["WEBVIEW2_BROWSER_EXECUTABLE_FOLDER"] = wine_path(RUNTIME_FOLDER)
         # runtime "chromium": the caller's env names the runtime and its bridge

@@ -92,7 +92,7 @@ class Package(unittest.TestCase):
         self.assertEqual(len(names), len(set(names)))
         required = {"gra-overlay.exe", "web/index.html", "web/gra-overlay.js", "web/gra-overlay.d.ts",
                     "sdk/gra_link.h", "sdk/gra-send.exe", "sdk/GraLink.cs", "sdk/gra_link.py", "docs/game-protocol.md",
-                    "README.md", "LICENSE", "SHA256SUMS"}
+                    "README.md", "LICENSE", "SHA256SUMS", "gra-overlay-page-%s.tgz" % read_version()}
         self.assertEqual(set(names), required | set(source_files("web")) | set(source_files("docs", ".md"))
                          | {UNITY + name for name in UNITY_FILES})
 

@@ -85,6 +85,13 @@ class Creation(unittest.TestCase):
             self.assertTrue(overlay.wait_for_journal(r"^create .* userDataFolder=C:\\override$", 20),
                             overlay.journal())
 
+    def test_additional_browser_arguments_from_the_environment_follow_the_programs_own(self):
+        extra = "--remote-debugging-port=9222 --lang=de"
+        with Overlay("web-arguments-env", env={"WEBVIEW2_ADDITIONAL_BROWSER_ARGUMENTS": extra}) as overlay:
+            journal = web_view_ready(overlay)
+            self.assertIn("options AdditionalBrowserArguments=--autoplay-policy=no-user-gesture-required " + extra,
+                          journal)
+
     def test_show_at_start_makes_the_web_view_visible_when_it_arrives(self):
         with Overlay("web-show-at-start", show=True) as overlay:
             journal = web_view_ready(overlay)

@@ -21,6 +21,21 @@ struct RegistryReader {
 
 // ---- the folder decision ----
 
+// ---- the browser arguments ----
+
+TEST(BrowserArguments, EnvironmentArgumentsFollowTheProgramsOwn) {
+    EXPECT_EQ(combinedBrowserArguments(L"--autoplay-policy=no-user-gesture-required", L"--remote-debugging-port=9222"),
+              L"--autoplay-policy=no-user-gesture-required --remote-debugging-port=9222");
+}
+
+TEST(BrowserArguments, WithoutEnvironmentArgumentsOnlyTheProgramsOwn) {
+    EXPECT_EQ(combinedBrowserArguments(L"--a", L""), L"--a");
+}
+
+TEST(BrowserArguments, WithoutOwnArgumentsOnlyTheEnvironments) {
+    EXPECT_EQ(combinedBrowserArguments(L"", L"--b --c"), L"--b --c");
+}
+
 TEST(RuntimeFolder, EnvironmentValueComesFirst) {
     RegistryReader registry{L"C:\\installed"};
     RuntimeFolder found = chooseRuntimeFolder(L"C:\\fixed", L"C:\\argument", registry.reader());

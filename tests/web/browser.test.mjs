@@ -7,7 +7,7 @@ import { mkdir } from 'node:fs/promises';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { chromium } from 'playwright-core';
-import { serve } from './server.mjs';
+import { serve } from '../../web/serve.mjs';
 import { installWebviewShim } from './webview-shim.mjs';
 import { jsonField, parseRects, hostMessages } from './host-rules.mjs';
 import { rectOf } from '../../web/gra-overlay.js';
@@ -402,7 +402,12 @@ describe('development bridge', () => {
     await eventually(async () => (await view.page.locator('#pad-text').textContent()) === 'from the "dev" host', 'the pad');
     assert.equal(await view.page.evaluate(() => window.graOverlayDev.state.mode), 'active');
 
-    // the panel's buttons play the game's side too
+    // the panel's buttons play the game's side too; a note is the game's text, and one that is
+    // not one JSON value goes no further, as in the program
+    await view.page.locator('gra-overlay-dev input[name=note]').fill('plain words');
+    await view.page.locator('gra-overlay-dev button[data-do=note]').click();
+    await eventually(() => view.consoleLines.some((line) => line.startsWith('gra-overlay: the note plain words is not one JSON value')),
+      'the warning');
     await view.page.locator('gra-overlay-dev input[name=note]').fill('{"title":"Dev","text":"a note"}');
     await view.page.locator('gra-overlay-dev button[data-do=note]').click();
     await eventually(async () => (await view.page.locator('#notes .note-title').allTextContents()).includes('Dev'), 'the note');
@@ -420,5 +425,18 @@ describe('development bridge', () => {
     await eventually(async () => (await view.page.inputValue('#notepad')) === 'kept in local storage', 'the kept text');
     assert.deepEqual(view.errors, []);
     await context.close();
+  });
+});
+
+describe('the author\'s mistakes', () => {
+  test('an error thrown for a mistyped event name points at the page\'s line, not the library\'s', async () => {
+    const view = await open('/test/mistake.html');
+    await eventually(() => view.page.evaluate(() => window.reported?.length > 0), 'the error event');
+    const [reported] = await view.page.evaluate(() => window.reported);
+    assert.equal(reported.file, `${server.url}/test/mistake.js`);
+    assert.equal(reported.line, 8);
+    assert.equal(reported.column, 9);
+    assert.match(reported.message, /RangeError: gra-overlay: there is no "shwo" event/);
+    await view.close();
   });
 });

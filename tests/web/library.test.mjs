@@ -296,6 +296,34 @@ describe('connect()', () => {
     overlay.disconnect();
   });
 
+  test('an error for the author\'s mistake starts its stack at the author\'s call', async () => {
+    const { overlay } = connected({ ready: false, coverOff: false });
+    const firstFrame = (error) => error.stack.split('\n').find((line) => /^\s+at /.test(line));
+    const thisFile = /library\.test\.mjs:\d+:\d+/;
+    const mistakes = [
+      () => overlay.on('shown', () => {}),
+      () => overlay.mode('Active'),
+      () => overlay.game('Show', 'x'),
+      () => messages.region([[1, 2, 3]]),
+      () => checkGameCommand('note hello'),
+    ];
+    for (const mistake of mistakes) {
+      let caught = null;
+      try {
+        mistake();
+      } catch (error) {
+        caught = error;
+      }
+      assert.ok(caught, String(mistake));
+      assert.match(firstFrame(caught), thisFile, caught.stack);
+      assert.doesNotMatch(caught.stack, /gra-overlay\.js/, caught.stack);
+    }
+    const refused = await overlay.load('quests.json').then(() => null, (error) => error);
+    assert.ok(refused instanceof RangeError);
+    assert.match(firstFrame(refused), thisFile, refused.stack);
+    overlay.disconnect();
+  });
+
   test('away, back and host are remembered', () => {
     const { overlay, webview } = connected({ ready: false, coverOff: false });
     assert.equal(overlay.away, false);
@@ -445,7 +473,7 @@ describe('development bridge (no window.chrome.webview)', () => {
     // played before the page is ready: held back until it is
     win.graOverlayDev.show('pad "1"');
     win.graOverlayDev.note({ text: 'first' });
-    win.graOverlayDev.note('second');
+    win.graOverlayDev.note('"second"');
     await later(20);
     assert.deepEqual(seen, []);
     overlay.ready();
@@ -482,6 +510,31 @@ describe('development bridge (no window.chrome.webview)', () => {
     assert.ok(lines.includes('gra-overlay: host -> game: GRAO warn elevated'));
     assert.ok(lines.includes('gra-overlay: host log: the game left exclusive fullscreen'));
     assert.throws(() => win.graOverlayDev.warn('Fullscreen'), RangeError);
+    overlay.disconnect();
+  }));
+
+  test('a note that is not one JSON value is dropped with a warning, as the program drops it', () => quietly(async () => {
+    const win = devWindow();
+    const overlay = connect({ window: win, coverOff: false, devPanel: false });
+    await later(20);
+    const seen = [];
+    overlay.on('note', (e) => seen.push(e.note));
+    const warnings = [];
+    const original = console.warn;
+    console.warn = (...args) => warnings.push(args.join(' '));
+    try {
+      win.graOverlayDev.note('hello');
+      win.graOverlayDev.note('"a" "b"');
+      win.graOverlayDev.note('"hello"');
+    } finally {
+      console.warn = original;
+    }
+    await until(() => seen.length >= 1, 'the note');
+    await later(20);
+    assert.deepEqual(seen, ['hello']);
+    assert.equal(warnings.length, 2);
+    assert.match(warnings[0], /the note hello is not one JSON value; the program drops it/);
+    assert.equal(win.graOverlayDev.state.mode, 'passive', 'a dropped note still makes a hidden overlay passive');
     overlay.disconnect();
   }));
 

@@ -1,9 +1,11 @@
-// A small static file server for the browser tests, listening on 127.0.0.1 only. Page authors can
-// use it too: `node tests/web/server.mjs web 8080` serves the web folder at http://127.0.0.1:8080/.
+#!/usr/bin/env node
+// A small static file server for trying a page in an ordinary browser, listening on 127.0.0.1
+// only: `node serve.mjs FOLDER [PORT]` serves FOLDER (default: the current folder) at
+// http://127.0.0.1:PORT/ (default 8080). The kit's browser tests use it too.
 import http from 'node:http';
 import { readFile, stat } from 'node:fs/promises';
 import path from 'node:path';
-import { fileURLToPath, pathToFileURL } from 'node:url';
+import { pathToFileURL } from 'node:url';
 
 const TYPES = {
   '.html': 'text/html; charset=utf-8',
@@ -74,8 +76,7 @@ export async function serve(folders, port = 0) {
 }
 
 if (process.argv[1] && import.meta.url === pathToFileURL(path.resolve(process.argv[1])).href) {
-  const here = path.dirname(fileURLToPath(import.meta.url));
-  const folder = process.argv[2] ?? path.join(here, '../../web');
+  const folder = process.argv[2] ?? '.';
   const { url } = await serve({ '/': folder }, Number(process.argv[3] ?? 8080));
   console.log(`serving ${path.resolve(folder)} at ${url}/ (Ctrl+C ends)`);
 }

@@ -190,6 +190,15 @@ class FullStackScene:
     def game_says(self, text):
         self.link.send("GRAO " + text)
 
+    def wait_report(self, text, timeout=10):
+        """Receives what the program sends the game until text comes (true) or the deadline passes."""
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            datagram = self.link.receive(max(0.05, deadline - time.monotonic()))
+            if datagram is not None and datagram.decode("utf-8", "replace") == text:
+                return True
+        return False
+
     def reports(self, quiet=1.0):
         return [d.decode("utf-8", "replace") for d in self.link.receive_all(quiet)]
 

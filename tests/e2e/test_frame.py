@@ -62,7 +62,7 @@ class ProgramFolder(unittest.TestCase):
             bin_folder = wine_path(os.path.join(folder, "bin"))
             self.assertEqual(START_LINE.match(overlay.messages()[0]).group(3), bin_folder + "\\web")
             # the keys file in <program>\..\package\Documents was emptied after the claim
-            self.assertTrue(wait_until(lambda: os.path.getsize(os.path.join(documents, "gra_keys.txt")) == 0, 10))
+            self.assertTrue(wait_until(lambda: os.path.getsize(os.path.join(documents, "gra_keys.txt")) == 0, 60))
             # the default port is 47632 on 127.0.0.1
             with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
                 with self.assertRaises(OSError):

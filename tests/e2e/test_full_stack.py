@@ -251,7 +251,7 @@ class ButtonsPage(FullStackCase):
             scene.screenshot("buttons")
             scene.click(*self.button_centre(scene))
             self.assertTrue(scene.wait_eval("window.clicks === 1"), "the page button was not pressed")
-            self.assertIn("GRAO game jump 1", scene.reports())
+            self.assertTrue(scene.wait_report("GRAO game jump 1"), scene.reports())
             self.assertEqual(scene.game.cmd("clicks")["clicks"], [])
             scene.game_says("hide")
             self.assertTrue(scene.wait_eval("window.closeHeard === true"), "the page's close handler did not run")
@@ -319,17 +319,22 @@ class RuntimeBehaviour(FullStackCase):
 
     def test_full_stack_a_page_that_throws_is_reported_with_its_error(self):
         with FullStackScene("fs-throws", web=page_folder("fs-throws", "throws.html")) as scene:
+            # The error is waited for, not a fixed time: a busy machine may load the page late.
+            self.assertTrue(wait_until(lambda: any("broken page on purpose" in e for e in scene.bridge.page_errors()),
+                                       40), scene.bridge.output())
             with self.assertRaises(AssertionError) as failure:
-                scene.wait_ready(timeout=8)
+                scene.wait_ready(timeout=2)
             self.assertIn("broken page on purpose", str(failure.exception))
-            self.assertTrue(any("broken page on purpose" in e for e in scene.bridge.page_errors()))
             self.assertNotIn("page ready", scene.overlay.messages())
 
     def test_full_stack_a_page_that_never_loads_is_reported(self):
         empty = scratch_dir("fs-noindex-web")
         with FullStackScene("fs-noindex", web=empty) as scene:
+            # The request is waited for, not a fixed time: a busy machine may load the page late.
+            self.assertTrue(wait_until(lambda: any(e.get("event") == "serve" for e in scene.bridge.journal()), 40),
+                            scene.bridge.output())
             with self.assertRaises(AssertionError):
-                scene.wait_ready(timeout=8)
+                scene.wait_ready(timeout=2)
             served = [e for e in scene.bridge.journal() if e.get("event") == "serve"]
             self.assertEqual([(e["url"], e["status"]) for e in served][:1],
                              [("https://gra-overlay.invalid/index.html", 404)])

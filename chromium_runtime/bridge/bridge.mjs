@@ -5,7 +5,14 @@
 // its own headless Chromium and one web view. Tests and the benchmark connect
 // to the same port as "control" clients to look into the page.
 //
-//   node bridge.mjs [--port N] [--journal FILE] [--chromium PATH]
+//   node bridge.mjs [--port N] [--journal FILE] [--chromium PATH] [--spare yes]
+//
+// With --spare yes one browser is started ahead, before any program asks (a
+// line "spare browser ready" says when it is up), and the first environment
+// that asks for no extra browser switches takes it: Chromium's cold start
+// takes seconds, tens of them on a busy machine, where the installed runtime
+// of a player's machine starts in about one, and the program's cover gives
+// the page 10 s.
 //
 // The first line on standard output is "bridge listening on 127.0.0.1:<port>";
 // later lines say what a person watching should know (browser started or
@@ -19,11 +26,11 @@ import net from 'node:net';
 import { Chromium } from './chromium.mjs';
 import { Page } from './page.mjs';
 
-const options = { port: 0, journal: '', chromium: process.env.GRA_CHROMIUM_EXECUTABLE || '/usr/bin/chromium' };
+const options = { port: 0, journal: '', chromium: process.env.GRA_CHROMIUM_EXECUTABLE || '/usr/bin/chromium', spare: 'no' };
 for (let i = 2; i < process.argv.length; i++) {
   const name = process.argv[i].replace(/^--/, '');
   if (!(name in options) || i + 1 >= process.argv.length) {
-    console.error(`usage: bridge.mjs [--port N] [--journal FILE] [--chromium PATH] (not understood: ${process.argv[i]})`);
+    console.error(`usage: bridge.mjs [--port N] [--journal FILE] [--chromium PATH] [--spare yes] (not understood: ${process.argv[i]})`);
     process.exit(2);
   }
   options[name] = name === 'port' ? Number(process.argv[++i]) : process.argv[++i];
@@ -42,6 +49,38 @@ const FAILED = 0x80004005;
 
 const pages = new Set();
 const browsers = new Set();
+
+// The browser started ahead: its start (a browser, or null if it could not
+// start) and where its end is to be told once an environment has it.
+let spare = null;
+
+function startSpare() {
+  const held = { tellExit: null };
+  held.ready = Chromium.launch({ executable: options.chromium, onExit: (code, signal) => held.tellExit?.(code, signal) })
+    .then((browser) => {
+      browsers.add(browser);
+      say('spare browser ready');
+      return browser;
+    }, (error) => {
+      say(`spare browser could not start: ${error.message}`);
+      return null;
+    });
+  spare = held;
+}
+
+/** The spare browser when it fits (no extra switches) and is up, else a new one. */
+async function launchBrowser(extraSwitches, onExit) {
+  if (spare && extraSwitches.length === 0) {
+    const held = spare;
+    spare = null;
+    const browser = await held.ready;
+    if (browser && !browser.exited) {
+      held.tellExit = onExit;
+      return browser;
+    }
+  }
+  return Chromium.launch({ executable: options.chromium, extraSwitches, onExit });
+}
 
 /** Splits a byte stream into messages: JSON lines, each followed by its "bytes" if it has any. */
 function readMessages(socket, onMessage) {
@@ -100,13 +139,10 @@ async function serveRuntime(socket, first) {
   journal({ event: 'environment', userDataFolder: first.userDataFolder, arguments: first.arguments, runtimeType: first.runtimeType });
   const extraSwitches = (first.arguments || '').split(/\s+/).filter(Boolean);
   try {
-    browser = await Chromium.launch({
-      executable: options.chromium, extraSwitches,
-      onExit: (code, signal) => {
-        say(`browser ended (code ${code}, signal ${signal}); the program keeps running without a page`);
-        journal({ event: 'browser-ended', code, signal });
-        send({ op: 'browser-ended' });
-      },
+    browser = await launchBrowser(extraSwitches, (code, signal) => {
+      say(`browser ended (code ${code}, signal ${signal}); the program keeps running without a page`);
+      journal({ event: 'browser-ended', code, signal });
+      send({ op: 'browser-ended' });
     });
   } catch (error) {
     const hresult = error.code === 'ENOENT' ? FILE_NOT_FOUND : FAILED;
@@ -245,7 +281,10 @@ const server = net.createServer((socket) => {
   socket.on('data', onFirst);
   socket.on('error', () => {});
 });
-server.listen(options.port, '127.0.0.1', () => say(`bridge listening on 127.0.0.1:${server.address().port}`));
+server.listen(options.port, '127.0.0.1', () => {
+  say(`bridge listening on 127.0.0.1:${server.address().port}`);
+  if (options.spare === 'yes') startSpare();
+});
 for (const signal of ['SIGTERM', 'SIGINT']) {
   process.on(signal, () => {
     for (const browser of browsers) browser.close();

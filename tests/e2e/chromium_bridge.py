@@ -24,7 +24,8 @@ RUNTIME_FOLDER = os.path.join(BUILD_DIR, "chromium-runtime")
 class Bridge:
     """One bridge process, with its output and journal in a scratch folder."""
 
-    def __init__(self, name, chromium=None):
+    def __init__(self, name, chromium=None, spare=True):
+        self.spare = spare
         self.dir = scratch_dir(name + "-bridge")
         self.output_path = os.path.join(self.dir, "bridge-output.txt")
         self.journal_path = os.path.join(self.dir, "bridge-journal.jsonl")
@@ -38,6 +39,8 @@ class Bridge:
         command = ["node", BRIDGE_SCRIPT, "--journal", self.journal_path]
         if self.chromium:
             command += ["--chromium", self.chromium]
+        if self.spare:
+            command += ["--spare", "yes"]
         self._output = open(self.output_path, "wb")
         self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self._output,
                                         stderr=subprocess.STDOUT)
@@ -46,6 +49,12 @@ class Bridge:
             self.stop()
             raise AssertionError("the bridge did not start: %r" % self.output())
         self.port = int(line.rsplit(":", 1)[1])
+        # The program is started once the browser it will get is up: its cover
+        # gives the page 10 s, which a cold browser start on a busy machine
+        # can take alone. A spare that cannot start is no reason to wait: the
+        # program's environment then starts (or fails to start) its own.
+        if self.spare:
+            wait_until(lambda: any(l.startswith("spare browser ") for l in self.output()), 60)
         return self
 
     def program_env(self, scale=None):

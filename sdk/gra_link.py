@@ -74,6 +74,14 @@ REPORT_STATE = 1  # "state hidden|passive|active": mode is set
 REPORT_MODAL = 2  # "modal on|off": modal_on is set
 REPORT_GAME = 3   # "game <cmd> [arg]": cmd and arg are set
 REPORT_OTHER = 4  # anything else after the magic: see text
+REPORT_WARN = 5   # "warn elevated|fullscreen|windowed": warning is set
+
+WARN_NONE = 0        # not a WARN report
+WARN_ELEVATED = 1    # the game runs elevated and the overlay does not
+WARN_FULLSCREEN = 2  # the game went exclusive fullscreen
+WARN_WINDOWED = 3    # the game left exclusive fullscreen
+_WARNINGS = {b"warn elevated": WARN_ELEVATED, b"warn fullscreen": WARN_FULLSCREEN,
+             b"warn windowed": WARN_WINDOWED}
 
 COMMANDS = ("show", "hide", "toggle", "note", "reload", "page", "state", "window", "bye")
 
@@ -312,14 +320,15 @@ def build(command, argument=None):
 class Report:
     """One report of the program.
 
-    kind      REPORT_STATE, REPORT_MODAL, REPORT_GAME or REPORT_OTHER
+    kind      REPORT_STATE, REPORT_MODAL, REPORT_GAME, REPORT_WARN or REPORT_OTHER
     mode      STATE: MODE_HIDDEN, MODE_PASSIVE or MODE_ACTIVE; else MODE_UNKNOWN
     modal_on  MODAL: True for "modal on", False for "modal off"
     cmd, arg  GAME: the page's command word and its argument ("" when none)
+    warning   WARN: WARN_ELEVATED, WARN_FULLSCREEN or WARN_WINDOWED; else WARN_NONE
     text      the whole text after "GRAO " (UTF-8, undecodable bytes replaced)
     """
 
-    __slots__ = ("kind", "mode", "modal_on", "cmd", "arg", "text")
+    __slots__ = ("kind", "mode", "modal_on", "cmd", "arg", "warning", "text")
 
     def __init__(self, text):
         self.kind = REPORT_OTHER
@@ -327,6 +336,7 @@ class Report:
         self.modal_on = False
         self.cmd = ""
         self.arg = ""
+        self.warning = WARN_NONE
         self.text = text.decode("utf-8", "replace")
         self._classify(text)
 
@@ -341,6 +351,9 @@ class Report:
                 return
         if text in (b"modal on", b"modal off"):
             self.kind, self.modal_on = REPORT_MODAL, text == b"modal on"
+            return
+        if text in _WARNINGS:
+            self.kind, self.warning = REPORT_WARN, _WARNINGS[text]
             return
         if text.startswith(b"game ") and len(text) > 5:
             cmd, space, arg = text[5:].partition(b" ")

@@ -313,6 +313,13 @@ class Reports(LinkTest):
         self.assertEqual(parse(b"GRAO game " + b"c" * 39 + b" " + b"a" * 199).kind, gra_link.REPORT_GAME)
         self.assertEqual(parse(b"GRAO game " + b"c" * 40).kind, gra_link.REPORT_OTHER)
         self.assertEqual(parse(b"GRAO game x " + b"a" * 200).kind, gra_link.REPORT_OTHER)
+        for text, warning in ((b"GRAO warn elevated", gra_link.WARN_ELEVATED),
+                              (b"GRAO warn fullscreen", gra_link.WARN_FULLSCREEN),
+                              (b"GRAO warn windowed", gra_link.WARN_WINDOWED)):
+            self.assertEqual((parse(text).kind, parse(text).warning), (gra_link.REPORT_WARN, warning), text)
+        for other in (b"GRAO warn", b"GRAO warn Elevated", b"GRAO warn elevated ", b"GRAO warn cold"):
+            self.assertEqual((parse(other).kind, parse(other).warning), (gra_link.REPORT_OTHER, gra_link.WARN_NONE),
+                             other)
         r = parse(b"GRAO state hidden\0tail")
         self.assertEqual((r.text, r.mode), ("state hidden", gra_link.MODE_HIDDEN))
         for none in (b"GRAO", b"grao state hidden", b"GRAOstate", b"GRAO " + b"x" * 501):

@@ -33,6 +33,9 @@ HMODULE WINAPI notedLoad(LPCWSTR path) {
     return nullptr;
 }
 
+// No runtime is found here, which the log says after the failure.
+const char* const missingRuntimeHint = "no WebView2 runtime was found - players need the WebView2 runtime installed";
+
 class TaskbarIdentity : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -54,7 +57,8 @@ protected:
 TEST_F(TaskbarIdentity, SetWithTheProgramsOwnIdentityBeforeTheEnvironmentIsCreated) {
     startWebView();
     EXPECT_EQ(steps, (std::vector<std::wstring>{L"identity GRA.Overlay", L"load EmbeddedBrowserWebView.dll"}));
-    EXPECT_EQ(log.messages(), std::vector<std::string>{"CreateCoreWebView2EnvironmentWithOptions: 0x80070002"});
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{"CreateCoreWebView2EnvironmentWithOptions: 0x80070002",
+                                                        missingRuntimeHint}));
 }
 
 TEST_F(TaskbarIdentity, AFailureIsLoggedAndTheWebViewStillStarts) {
@@ -62,7 +66,8 @@ TEST_F(TaskbarIdentity, AFailureIsLoggedAndTheWebViewStillStarts) {
     startWebView();
     EXPECT_EQ(steps, (std::vector<std::wstring>{L"identity GRA.Overlay", L"load EmbeddedBrowserWebView.dll"}));
     EXPECT_EQ(log.messages(), (std::vector<std::string>{"SetCurrentProcessExplicitAppUserModelID: 0x80070057",
-                                                        "CreateCoreWebView2EnvironmentWithOptions: 0x80070002"}));
+                                                        "CreateCoreWebView2EnvironmentWithOptions: 0x80070002",
+                                                        missingRuntimeHint}));
 }
 
 }  // namespace

@@ -320,7 +320,7 @@ def interact(scene, watch):
         if watcher:
             watcher.stop = True
             watcher.join(2)
-    say("the %s ended" % ("game" if scene.game.proc.poll() is not None else "program"))
+    return "the %s ended" % ("game" if scene.game.proc.poll() is not None else "program")
 
 
 def read_commands(scene):
@@ -350,6 +350,13 @@ def announce_devtools(port):
         " then inspect %s (targets: http://127.0.0.1:%d/json/list)" % (port, port, target["url"], port))
 
 
+def finish_printing(printer):
+    """Stops the printer and prints what came in the last moments."""
+    printer.stop = True
+    printer.join(2)
+    printer.print_new()
+
+
 def main(argv):
     args = arguments(argv)
     # Ended from outside, the preview still ends its game, program and browser on the way out.
@@ -365,7 +372,10 @@ def main(argv):
         if args.screenshot:
             take_screenshot(scene, args.screenshot, args.ready_timeout, args.command)
         else:
-            interact(scene, watch=not args.no_watch)
+            ended = interact(scene, watch=not args.no_watch)
+            # The program's last lines (its "exit ...") come before the word that it ended.
+            finish_printing(printer)
+            say(ended)
         return 0
     except PreviewError as error:
         print("preview: %s" % error, file=sys.stderr, flush=True)
@@ -374,9 +384,7 @@ def main(argv):
         return 0
     finally:
         if printer is not None:
-            printer.stop = True
-            printer.join(2)
-            printer.print_new()  # what came in the last moments
+            finish_printing(printer)
         if scene is not None:
             scene.stop()
 

@@ -208,6 +208,9 @@ class Preview(unittest.TestCase):
         port = free_tcp_port()
         with InteractivePreview(self, folder, "--devtools=%d" % port) as preview:
             preview.wait_for(r"^preview: DevTools on http://127\.0\.0\.1:%d: " % port, timeout=90)
+            # DevTools answers as soon as the browser is up, which can be before the page has
+            # loaded; the box is only there to measure once the page has said it is ready.
+            preview.wait_for(r"^log: page ready$")
             with urllib.request.urlopen("http://127.0.0.1:%d/json/list" % port, timeout=10) as reply:
                 targets = json.loads(reply.read().decode("utf-8"))
             page = [t for t in targets if t.get("url") == "https://gra-overlay.invalid/index.html"]
@@ -386,7 +389,10 @@ def devtools_evaluate(address, expression, timeout=20):
             body = frame[2 + {126: 2, 127: 8}.get(frame[1] & 0x7F, 0):]
             message = json.loads(body.decode("utf-8"))
             if message.get("id") == 1:
-                return message["result"]["result"].get("value")
+                result = message["result"]
+                if "exceptionDetails" in result:
+                    raise AssertionError("the page threw: %r" % result["exceptionDetails"])
+                return result["result"].get("value")
     finally:
         sock.close()
 

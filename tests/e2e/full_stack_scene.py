@@ -190,12 +190,18 @@ class FullStackScene:
     def game_says(self, text):
         self.link.send("GRAO " + text)
 
-    def wait_report(self, text, timeout=10):
-        """Receives what the program sends the game until text comes (true) or the deadline passes."""
+    def wait_report(self, text, timeout=30):
+        """Receives what the program sends the game until text comes (true) or the deadline passes.
+        The page's message crosses the browser, the bridge and Wine before it becomes a datagram,
+        which on a busy machine takes seconds."""
+        self.seen_reports = []
         deadline = time.monotonic() + timeout
         while time.monotonic() < deadline:
             datagram = self.link.receive(max(0.05, deadline - time.monotonic()))
-            if datagram is not None and datagram.decode("utf-8", "replace") == text:
+            if datagram is None:
+                continue
+            self.seen_reports.append(datagram.decode("utf-8", "replace"))
+            if self.seen_reports[-1] == text:
                 return True
         return False
 

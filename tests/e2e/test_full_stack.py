@@ -251,7 +251,8 @@ class ButtonsPage(FullStackCase):
             scene.screenshot("buttons")
             scene.click(*self.button_centre(scene))
             self.assertTrue(scene.wait_eval("window.clicks === 1"), "the page button was not pressed")
-            self.assertTrue(scene.wait_report("GRAO game jump 1"), scene.reports())
+            self.assertTrue(scene.wait_report("GRAO game jump 1"),
+                            "reports %r, log %r" % (scene.seen_reports, scene.overlay.messages()))
             self.assertEqual(scene.game.cmd("clicks")["clicks"], [])
             scene.game_says("hide")
             self.assertTrue(scene.wait_eval("window.closeHeard === true"), "the page's close handler did not run")

@@ -207,7 +207,7 @@ class Preview(unittest.TestCase):
         folder = page_folder(unique("preview-devtools"), "box.html")
         port = free_tcp_port()
         with InteractivePreview(self, folder, "--devtools=%d" % port) as preview:
-            preview.wait_for(r"^preview: DevTools on http://127\.0\.0\.1:%d: " % port, timeout=90)
+            preview.wait_for(r"^preview: DevTools on http://127\.0\.0\.1:%d: " % port)
             # DevTools answers as soon as the browser is up, which can be before the page has
             # loaded; the box is only there to measure once the page has said it is ready.
             preview.wait_for(r"^log: page ready$")
@@ -323,8 +323,11 @@ class InteractivePreview:
                 self.process.wait(10)
         self.reader.join(10)
         self.process.stdin.close()
+        self.process.stdout.close()
 
-    def wait_for(self, pattern, timeout=60):
+    def wait_for(self, pattern, timeout=90):
+        # The first lines come after the bridge's browser and the program have started under
+        # Wine, which on a busy machine takes a good part of a minute.
         found = wait_until(lambda: next((m for m in map(re.compile(pattern).search, list(self.lines)) if m), None),
                            timeout, interval=0.1)
         self.test.assertTrue(found, "no line like %r in %s" % (pattern, "\n".join(self.lines)))

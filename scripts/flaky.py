@@ -75,7 +75,7 @@ def failures_in(report_path):
 
 def run_once(number, pattern, report_folder):
     report = os.path.join(report_folder, "run-%d.xml" % number)
-    command = ["ctest", "--test-dir", BUILD, "--timeout", "300", "-j", os.environ.get("GRA_TEST_JOBS", "2"),
+    command = ["ctest", "--test-dir", BUILD, "--timeout", "300", "-j", os.environ.get("GRA_TEST_JOBS", "3"),
                "--output-junit", report]
     if pattern:
         command += ["-R", pattern]

@@ -16,4 +16,4 @@ for argument in "$@"; do
 done
 bash "$here/scripts/install-deps.sh" >&2
 bash "$here/scripts/build.sh" >&2
-exec bash "$here/scripts/in-wine-display.sh" /usr/bin/python3 "$here/scripts/flaky.py" "$@"
+GRA_SCREEN_LANE=1 exec bash "$here/scripts/in-wine-display.sh" /usr/bin/python3 "$here/scripts/flaky.py" "$@"

@@ -31,3 +31,39 @@ stop_wine_services() {
   # Wine's desktop process keeps the display of the run that started it.
   wineserver -w 2>/dev/null || true
 }
+
+# The screen lane: tests that need which window is in front, or the screen,
+# to themselves run one at a time on a display and a Wine prefix of their own
+# (Wine keeps one desktop, and one foreground window, per prefix), beside the
+# other tests instead of after them. The tests find them in
+# GRA_SCREEN_DISPLAY and GRA_SCREEN_WINEPREFIX.
+start_screen_lane() {
+  local number_file
+  number_file="$(mktemp)"
+  Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$number_file" >/dev/null 2>&1 &
+  screen_lane_xvfb=$!
+  local waited=0
+  while [ ! -s "$number_file" ] && [ $waited -lt 300 ]; do sleep 0.1; waited=$((waited + 1)); done
+  if [ ! -s "$number_file" ]; then
+    echo "the screen lane's Xvfb did not start" >&2
+    rm -f "$number_file"
+    return 1
+  fi
+  export GRA_SCREEN_DISPLAY=":$(head -n 1 "$number_file")"
+  export GRA_SCREEN_WINEPREFIX="$here/build/wineprefix-screen"
+  rm -f "$number_file"
+  # Its prefix starts while the caller starts the main one (a new prefix takes
+  # a while): wait_for_screen_lane before the tests.
+  (export DISPLAY="$GRA_SCREEN_DISPLAY" WINEPREFIX="$GRA_SCREEN_WINEPREFIX"; start_wine_services) &
+  screen_lane_starting=$!
+}
+
+wait_for_screen_lane() {
+  wait "$screen_lane_starting"
+}
+
+stop_screen_lane() {
+  (export WINEPREFIX="$GRA_SCREEN_WINEPREFIX"; stop_wine_services)
+  kill "$screen_lane_xvfb" 2>/dev/null || true
+  wait "$screen_lane_xvfb" 2>/dev/null || true
+}

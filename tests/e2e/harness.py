@@ -3,7 +3,8 @@ reading what it leaves behind: its log file, the keys file, the stand-in
 runtime's journal, and the datagrams it sends back over the game link.
 
 The environment comes from ctest: GRA_BUILD_DIR (the Windows build folder),
-WINEPREFIX, DISPLAY (an Xvfb display) and WINEDEBUG."""
+WINEPREFIX, DISPLAY (an Xvfb display) and WINEDEBUG; a test marked GRA_LANE=screen
+takes the screen lane's display and prefix instead."""
 
 import itertools
 import os
@@ -20,6 +21,19 @@ PROGRAM = os.path.join(BUILD_DIR, "bin", "gra-overlay.exe")
 TEST_BIN = os.path.join(BUILD_DIR, "testbin")
 RUNTIME_FOLDER = os.path.join(BUILD_DIR, "standin-runtime")
 SCRATCH = os.path.join(BUILD_DIR, "e2e-scratch")
+
+
+
+def _take_the_screen_lane():
+    """A test that needs the screen to itself (ctest gives it GRA_LANE=screen) runs on the screen
+    lane's display and Wine prefix when the run has one (scripts/in-wine-display.sh with
+    GRA_SCREEN_LANE=1): one at a time there, beside the tests of the main display."""
+    if os.environ.get("GRA_LANE") == "screen" and os.environ.get("GRA_SCREEN_DISPLAY"):
+        os.environ["DISPLAY"] = os.environ["GRA_SCREEN_DISPLAY"]
+        os.environ["WINEPREFIX"] = os.environ["GRA_SCREEN_WINEPREFIX"]
+
+
+_take_the_screen_lane()
 
 LOG_PREFIX = re.compile(r"^\[gra-overlay\] \d\d:\d\d:\d\d (.*)$", re.S)
 

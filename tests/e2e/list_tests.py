@@ -1,7 +1,8 @@
 """Lists the end-to-end test ids for ctest, one per line: the unittest id,
-then a tab and "serial" for tests that need the foreground to themselves or
-that load the whole machine (ctest runs those alone, with no other test
-beside them)."""
+then, for a test that cannot run beside any other, a tab and its kind:
+"machine" for tests that load the whole machine (ctest runs those alone) and
+"screen" for tests that need which window is in front, or the screen, to
+themselves (ctest runs those one at a time on the screen lane's display)."""
 
 import os
 import sys
@@ -22,5 +23,9 @@ def walk(suite):
 for test in walk(unittest.defaultTestLoader.discover(here, pattern="test_*.py", top_level_dir=here)):
     if type(test).__name__ in ("_FailedTest", "ModuleImportFailure"):
         raise SystemExit("cannot import %s" % test.id())
-    serial = getattr(type(test), "needs_foreground", False) or getattr(type(test), "loads_the_machine", False)
-    print(test.id() + ("\tserial" if serial else ""))
+    if getattr(type(test), "loads_the_machine", False):
+        print(test.id() + "\tmachine")
+    elif getattr(type(test), "needs_foreground", False):
+        print(test.id() + "\tscreen")
+    else:
+        print(test.id())

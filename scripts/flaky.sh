@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Finds flaky tests: builds what is missing, then runs the tests that match
-# (all by default) N times in one Wine prefix and one Xvfb display, and prints
+# (all by default) N times as the README's test command runs them (the same
+# Wine prefixes and Xvfb displays for every run), and prints
 # every test that failed at least once, with its count and the first line of
 # its first failure.
 #   bash scripts/flaky.sh [--runs N] [--load] [REGEX]

@@ -140,8 +140,7 @@ class FullStackScene:
                                    doc=self.doc)
             self.overlay.start()
             self.link = GameLink(self.overlay.port)
-            self.link.send("GRAO state")  # gives the program an address for its reports
-            self.link.receive(15)
+            self.introduce_the_game()
             return self
         except BaseException:
             self.stop()
@@ -155,6 +154,18 @@ class FullStackScene:
         if self.game is not None:
             self.game.stop()
         self.bridge.stop()
+
+    def introduce_the_game(self, timeout=60):
+        """Sends "state" until the program answers, which gives it the address for its reports.
+        The program logs its start before it binds its port, so a first "state" sent at once can
+        be lost on a busy machine; then every report of the test went nowhere."""
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            self.link.send("GRAO state")
+            reply = self.link.receive(3)
+            if reply is not None and reply.startswith(b"GRAO state "):
+                return
+        raise AssertionError("the program never answered \"state\": log %r" % self.overlay.messages())
 
     def __enter__(self):
         return self.start()

@@ -52,6 +52,9 @@ class KitTest(unittest.TestCase):
         self.addCleanup(self.page.close)
         self.overlay.start()
         self.assertTrue(self.page.hello(), "the stand-in runtime never answered")
+        # The page's messages are heard once the program has added its handler, which it does
+        # before it navigates: a "ready" posted before that is answered "nohandler".
+        self.assertTrue(self.overlay.wait_for_journal(r"^webview\.Navigate ", 30), self.overlay.journal())
 
     def make_page_ready(self):
         self.assertEqual(self.page.post('{"type":"ready"}'), "done")

@@ -42,6 +42,9 @@ class WarningTest(unittest.TestCase):
         page = StandinPage(overlay.page_port)
         self.addCleanup(page.close)
         self.assertTrue(page.hello(), overlay.messages())
+        # The program adds its page-message handler before it navigates: a "ready" posted
+        # before that would be answered "nohandler".
+        self.assertTrue(overlay.wait_for_journal(r"^webview\.Navigate ", 30), overlay.journal())
         return page
 
     def open_link(self, overlay):
@@ -152,9 +155,10 @@ class Crash(unittest.TestCase):
         self.addCleanup(page.close)
         self.assertTrue(page.hello(), overlay.messages())
         page.crash(how)
-        # Wine hands Linux the low 8 bits of the exception code.
-        self.assertEqual(overlay.wait_exit(60), code & 0xFF, overlay.messages())
-        self.assertTrue(overlay.wait_for_journal(r"^page\.crash %s$" % how, 1), overlay.journal())
+        self.assertTrue(overlay.wait_for_journal(r"^page\.crash %s$" % how, 30), overlay.journal())
+        # Wine hands Linux the low 8 bits of the exception code. The crashed thread gives the dump
+        # writer 60 s before it ends the process itself: the wait is longer than that.
+        self.assertEqual(overlay.wait_exit(120), code & 0xFF, overlay.messages())
         last = overlay.messages()[-1]
         self.assertRegex(last, r"^crashed - exception 0x%08x at EmbeddedBrowserWebView\.dll\+0x[0-9a-f]+ - "
                                r"a dump is in (.*)$" % code)

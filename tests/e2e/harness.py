@@ -151,6 +151,9 @@ class Overlay:
             empty = os.path.join(self.dir, "no-runtime")
             os.makedirs(empty, exist_ok=True)
             self.env["WEBVIEW2_BROWSER_EXECUTABLE_FOLDER"] = wine_path(empty)
+        # Wine's own diagnostics stay on: a start that Wine ends before the program's first log
+        # line (once: "the program did not start: []") then says why in wine-output.txt.
+        self.env["WINEDEBUG"] = "-all,err+winediag"
         self.env["GRA_STANDIN_JOURNAL"] = wine_path(self.journal_path)
         self.env["GRA_STANDIN_PAGE_PORT"] = str(self.page_port)
         self.env.update(env or {})

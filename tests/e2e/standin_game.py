@@ -71,6 +71,9 @@ class StandinGame:
         self._log = open(self.log_path, "wb")
         command = ["wine", exe or _testbin(build_dir, "standin-game.exe"), "--title", title, "--class", cls,
                    "--port", str(port)] + [str(a) for a in extra_args]
+        # Wine's own diagnostics stay on for the stand-in: a start that Wine ends before the
+        # game's first line (seen once: exit code 1, an empty log) then says why.
+        env = dict(env or os.environ, WINEDEBUG="-all,err+winediag")
         self.proc = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self._log,
                                      stderr=subprocess.STDOUT, env=env)
         self._wait_until_ready()

@@ -5,14 +5,16 @@
 // its own headless Chromium and one web view. Tests and the benchmark connect
 // to the same port as "control" clients to look into the page.
 //
-//   node bridge.mjs [--port N] [--journal FILE] [--chromium PATH] [--spare yes]
+//   node bridge.mjs [--port N] [--journal FILE] [--chromium PATH] [--spare yes|always]
 //
 // With --spare yes one browser is started ahead, before any program asks (a
 // line "spare browser ready" says when it is up), and the first environment
 // that asks for no extra browser switches takes it: Chromium's cold start
 // takes seconds, tens of them on a busy machine, where the installed runtime
 // of a player's machine starts in about one, and the program's cover gives
-// the page 10 s.
+// the page 10 s. With --spare always the next spare is started as soon as
+// one is taken, for a caller that starts the program again and again (the
+// self-check).
 //
 // The first line on standard output is "bridge listening on 127.0.0.1:<port>";
 // later lines say what a person watching should know (browser started or
@@ -30,7 +32,7 @@ const options = { port: 0, journal: '', chromium: process.env.GRA_CHROMIUM_EXECU
 for (let i = 2; i < process.argv.length; i++) {
   const name = process.argv[i].replace(/^--/, '');
   if (!(name in options) || i + 1 >= process.argv.length) {
-    console.error(`usage: bridge.mjs [--port N] [--journal FILE] [--chromium PATH] [--spare yes] (not understood: ${process.argv[i]})`);
+    console.error(`usage: bridge.mjs [--port N] [--journal FILE] [--chromium PATH] [--spare yes|always] (not understood: ${process.argv[i]})`);
     process.exit(2);
   }
   options[name] = name === 'port' ? Number(process.argv[++i]) : process.argv[++i];
@@ -73,6 +75,7 @@ async function launchBrowser(extraSwitches, onExit) {
   if (spare && extraSwitches.length === 0) {
     const held = spare;
     spare = null;
+    if (options.spare === 'always') startSpare();
     const browser = await held.ready;
     if (browser && !browser.exited) {
       held.tellExit = onExit;
@@ -283,7 +286,7 @@ const server = net.createServer((socket) => {
 });
 server.listen(options.port, '127.0.0.1', () => {
   say(`bridge listening on 127.0.0.1:${server.address().port}`);
-  if (options.spare === 'yes') startSpare();
+  if (options.spare === 'yes' || options.spare === 'always') startSpare();
 });
 for (const signal of ['SIGTERM', 'SIGINT']) {
   process.on(signal, () => {

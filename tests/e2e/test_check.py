@@ -17,7 +17,7 @@ import subprocess
 import sys
 import unittest
 
-from harness import BUILD_DIR, scratch_dir, unique, wine_path
+from harness import BUILD_DIR, RUNTIME_FOLDER, scratch_dir, unique, wine_path
 
 ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", ".."))
 CHECK_PY = os.path.join(ROOT, "scripts", "check.py")
@@ -107,18 +107,25 @@ class CheckUnderWine(unittest.TestCase):
         self.assertIn("owned-program-first-moved.png", shots)
 
 
-class CheckWithoutRuntime(unittest.TestCase):
+def run_check(folder, arguments=(), env=None):
+    """Runs the check once under Wine in folder (its report goes there): its exit status and lines."""
+    output_path = os.path.join(folder, "output.txt")
+    with open(output_path, "wb") as output:
+        status = subprocess.run(["wine", CHECK_EXE] + list(arguments), cwd=folder, env=dict(os.environ, **(env or {})),
+                                stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
+                                timeout=120).returncode
+    with open(output_path, "rb") as f:
+        return status, f.read().decode("utf-8", "replace").replace("\r\n", "\n").splitlines()
+
+
+class BrokenSetUp(unittest.TestCase):
+    """A broken set-up stops the check before any run, with a reason a person can act on."""
+
     def test_check_without_a_webview2_runtime_fails_and_says_what_to_do(self):
         folder = scratch_dir(unique("check-no-runtime"))
         empty = os.path.join(folder, "no-runtime")
         os.makedirs(empty)
-        env = dict(os.environ, WEBVIEW2_BROWSER_EXECUTABLE_FOLDER=wine_path(empty))
-        output_path = os.path.join(folder, "output.txt")
-        with open(output_path, "wb") as output:
-            status = subprocess.run(["wine", CHECK_EXE], cwd=folder, env=env, stdin=subprocess.DEVNULL,
-                                    stdout=output, stderr=subprocess.STDOUT, timeout=120).returncode
-        with open(output_path, "rb") as f:
-            lines = f.read().decode("utf-8", "replace").replace("\r\n", "\n").splitlines()
+        status, lines = run_check(folder, env={"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER": wine_path(empty)})
         self.assertEqual(status, 1, lines)
         found = results(lines)
         library = wine_path(empty) + "\\EBWebView\\x64\\EmbeddedBrowserWebView.dll"
@@ -131,6 +138,27 @@ class CheckWithoutRuntime(unittest.TestCase):
                                                      "failed", (run, name))
         self.assertRegex(lines[-1], r"^gra-overlay check: FAILED - 2 passed, 1 failed, 52 skipped, 0 screenshots")
         self.assertTrue(os.path.isfile(os.path.join(folder, "gra-overlay-check-report", "index.html")))
+
+    def test_check_with_a_page_folder_without_its_box_fails_and_says_what_to_do(self):
+        folder = scratch_dir(unique("check-no-box"))
+        page = os.path.join(folder, "page")
+        os.makedirs(page)
+        for name in ("check.js", "gra-overlay.js"):
+            with open(os.path.join(page, name), "w", encoding="utf-8") as f:
+                f.write("// present\n")
+        with open(os.path.join(page, "index.html"), "w", encoding="utf-8") as f:
+            f.write('<!doctype html><div id="panel" data-hit></div>\n')
+        # A runtime is there (the stand-in's client library), so the page is the one thing wrong.
+        status, lines = run_check(folder, ["--page", wine_path(page)],
+                                  env={"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER": wine_path(RUNTIME_FOLDER)})
+        self.assertEqual(status, 1, lines)
+        found = results(lines)
+        self.assertEqual(found[("set-up", "check page present")],
+                         'FAIL: %s\\index.html has no data-hit element with the id "box": it is not the check\'s own '
+                         "page - put the release's check\\page folder back" % wine_path(page))
+        self.assertEqual(found[("owned, game first", "box seen over the game after show")],
+                         'skipped: not run - the set-up check "check page present" failed')
+        self.assertRegex(lines[-1], r"^gra-overlay check: FAILED - 2 passed, 1 failed, 52 skipped, 0 screenshots")
 
 
 if __name__ == "__main__":

@@ -107,19 +107,13 @@ void readRuntime(EnvironmentFacts& facts) {
 
 BOOL CALLBACK noteMonitor(HMONITOR monitor, HDC, LPRECT, LPARAM context) {
     auto* monitors = reinterpret_cast<std::vector<std::string>*>(context);
-    using GetDpiForMonitorCall = HRESULT(WINAPI*)(HMONITOR, int, UINT*, UINT*);
-    HMODULE shcore = GetModuleHandleW(L"shcore.dll");
-    if (!shcore) shcore = LoadLibraryW(L"shcore.dll");
-    auto getDpi = shcore ? reinterpret_cast<GetDpiForMonitorCall>(
-                               reinterpret_cast<void*>(GetProcAddress(shcore, "GetDpiForMonitor")))
-                         : nullptr;
     MONITORINFOEXW info{};
     info.cbSize = sizeof info;
     GetMonitorInfoW(monitor, reinterpret_cast<MONITORINFO*>(&info));
-    UINT dpiX = 0, dpiY = 0;
+    UINT dpiX = monitorDpi(monitor);
     char text[256];
     const RECT& r = info.rcMonitor;
-    if (getDpi && SUCCEEDED(getDpi(monitor, 0 /* effective DPI */, &dpiX, &dpiY))) {
+    if (dpiX != 0) {
         std::snprintf(text, sizeof text, "%s %ldx%ld at (%ld,%ld), %u DPI (scale %u%%)%s",
                       wideToUtf8(info.szDevice).c_str(), r.right - r.left, r.bottom - r.top, r.left, r.top, dpiX,
                       dpiX * 100 / 96, (info.dwFlags & MONITORINFOF_PRIMARY) ? ", primary" : "");
@@ -142,6 +136,19 @@ bool runsElevated() {
 }
 
 }  // namespace
+
+UINT monitorDpi(HMONITOR monitor) {
+    // Through shcore's export, found at run time: the check runs on systems where it may be missing.
+    using GetDpiForMonitorCall = HRESULT(WINAPI*)(HMONITOR, int, UINT*, UINT*);
+    HMODULE shcore = GetModuleHandleW(L"shcore.dll");
+    if (!shcore) shcore = LoadLibraryW(L"shcore.dll");
+    auto getDpi = shcore ? reinterpret_cast<GetDpiForMonitorCall>(
+                               reinterpret_cast<void*>(GetProcAddress(shcore, "GetDpiForMonitor")))
+                         : nullptr;
+    UINT dpiX = 0, dpiY = 0;
+    if (!getDpi || FAILED(getDpi(monitor, 0 /* effective DPI */, &dpiX, &dpiY))) return 0;
+    return dpiX;
+}
 
 std::string fileVersionOf(const std::wstring& path) {
     DWORD ignored = 0;

@@ -2,6 +2,8 @@
 // needs before anything else.
 #pragma once
 
+#include <windows.h>
+
 #include <string>
 #include <vector>
 
@@ -24,6 +26,9 @@ EnvironmentFacts readEnvironment(const std::wstring& programPath);
 
 // Name and value pairs in the order they are printed and reported.
 std::vector<std::pair<std::string, std::string>> environmentLines(const EnvironmentFacts& facts);
+
+// A monitor's effective DPI as the system scales it (96 is 100%); 0 when unknown.
+UINT monitorDpi(HMONITOR monitor);
 
 // The version resource's file version of an exe or library, or empty.
 std::string fileVersionOf(const std::wstring& path);

@@ -51,6 +51,36 @@ void removeFolderTree(const std::wstring& path) {
     SHFileOperationW(&operation);
 }
 
+namespace {
+
+// One directory search, closed when the scope that started it ends.
+class FileSearch {
+public:
+    FileSearch(const std::wstring& pattern, WIN32_FIND_DATAW& found)
+        : handle_(FindFirstFileW(pattern.c_str(), &found)) {}
+    ~FileSearch() {
+        if (handle_ != INVALID_HANDLE_VALUE) FindClose(handle_);
+    }
+    FileSearch(const FileSearch&) = delete;
+    FileSearch& operator=(const FileSearch&) = delete;
+    bool found() const { return handle_ != INVALID_HANDLE_VALUE; }
+    bool next(WIN32_FIND_DATAW& found) { return FindNextFileW(handle_, &found) != FALSE; }
+
+private:
+    HANDLE handle_;
+};
+
+}  // namespace
+
+void deleteFilesMatching(const std::wstring& folder, const std::wstring& pattern) {
+    WIN32_FIND_DATAW found;
+    FileSearch search(folder + L"\\" + pattern, found);
+    if (!search.found()) return;
+    do {
+        DeleteFileW((folder + L"\\" + found.cFileName).c_str());
+    } while (search.next(found));
+}
+
 std::wstring folderOf(const std::wstring& path) {
     size_t slash = path.find_last_of(L"\\/");
     return slash == std::wstring::npos ? std::wstring(L".") : path.substr(0, slash);

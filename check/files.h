@@ -11,5 +11,7 @@ bool makeFolders(const std::wstring& path);
 // Removes a folder and everything in it; a browser that still holds a file
 // may keep a part of it, which is not worth failing for.
 void removeFolderTree(const std::wstring& path);
+// Deletes the files of a folder whose names match a pattern ("*.png").
+void deleteFilesMatching(const std::wstring& folder, const std::wstring& pattern);
 std::wstring folderOf(const std::wstring& path);
 std::wstring fullPath(const std::wstring& path);

@@ -107,15 +107,8 @@ std::string textOf(const std::string& path) {
 // The report folder holds only this run's files: earlier screenshots go.
 bool prepareReportFolder(const std::wstring& folder) {
     if (!makeFolders(folder)) return false;
-    WIN32_FIND_DATAW found;
-    HANDLE search = FindFirstFileW((folder + L"\\*.png").c_str(), &found);
-    if (search != INVALID_HANDLE_VALUE) {
-        do {
-            DeleteFileW((folder + L"\\" + found.cFileName).c_str());
-        } while (FindNextFileW(search, &found));
-        FindClose(search);
-    }
-    DeleteFileW((folder + L"\\index.html").c_str());
+    deleteFilesMatching(folder, L"*.png");
+    deleteFilesMatching(folder, L"index.html");
     return true;
 }
 

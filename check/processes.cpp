@@ -109,20 +109,38 @@ std::vector<DWORD> processTree(DWORD root) {
     return tree;
 }
 
+namespace {
+
+// A socket opened to ask the system for a free port, closed with its scope.
+class ProbeSocket {
+public:
+    ProbeSocket() : socket_(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP)) {}
+    ~ProbeSocket() {
+        if (socket_ != INVALID_SOCKET) closesocket(socket_);
+    }
+    ProbeSocket(const ProbeSocket&) = delete;
+    ProbeSocket& operator=(const ProbeSocket&) = delete;
+    SOCKET get() const { return socket_; }
+
+private:
+    SOCKET socket_;
+};
+
+}  // namespace
+
 unsigned short freeUdpPort() {
-    SOCKET probe = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
-    if (probe == INVALID_SOCKET) return 0;
+    ProbeSocket probe;
+    if (probe.get() == INVALID_SOCKET) return 0;
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = 0;
     unsigned short port = 0;
     int length = sizeof address;
-    if (bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-        getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+    if (bind(probe.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+        getsockname(probe.get(), reinterpret_cast<sockaddr*>(&address), &length) == 0) {
         port = ntohs(address.sin_port);
     }
-    closesocket(probe);
     return port;
 }
 

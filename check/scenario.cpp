@@ -163,15 +163,8 @@ bool hostMatchesGame(const Run& run) {
 }
 
 double monitorScaleOf(HWND window) {
-    using GetDpiForMonitorCall = HRESULT(WINAPI*)(HMONITOR, int, UINT*, UINT*);
-    HMODULE shcore = GetModuleHandleW(L"shcore.dll");
-    if (!shcore) shcore = LoadLibraryW(L"shcore.dll");
-    auto getDpi = shcore ? reinterpret_cast<GetDpiForMonitorCall>(
-                               reinterpret_cast<void*>(GetProcAddress(shcore, "GetDpiForMonitor")))
-                         : nullptr;
-    UINT dpiX = 96, dpiY = 96;
-    if (!getDpi || FAILED(getDpi(MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST), 0, &dpiX, &dpiY))) return 1.0;
-    return dpiX / 96.0;
+    UINT dpi = monitorDpi(MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST));
+    return dpi ? dpi / 96.0 : 1.0;
 }
 
 bool pixelsVisible(const Run& run, std::string& why) {

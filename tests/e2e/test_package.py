@@ -133,6 +133,9 @@ class Package(unittest.TestCase):
             with open(os.path.join(symbols, debug), "rb") as f:
                 self.assertEqual(zlib.crc32(f.read()), crc, debug)
             self.assertIn(".debug_info", section_names(os.path.join(symbols, debug)), debug)
+        check = section_names(os.path.join(folder, "check", "gra-overlay-check.exe"))
+        self.assertIn(".text", check)
+        self.assertEqual([n for n in check if n.startswith(".debug") or n == ".stab"], [])
 
     def test_the_readme_is_the_studios_and_every_link_in_it_resolves_inside_the_zip(self):
         with zipfile.ZipFile(self.zip_path) as z:

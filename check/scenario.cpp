@@ -258,7 +258,8 @@ bool waitForBox(const Run& run, Deadline deadline, bool patternAround, Picture& 
             if (problems.empty()) return true;
         }
         if (deadline.passed(nowMs())) return false;
-        pollPause(30);
+        // A copy of the screen is costly; the page draws on the same cores.
+        pollPause(60);
     }
 }
 
@@ -372,7 +373,7 @@ std::string waitLogMessage(const Run& run, const std::string& start, const std::
     for (;;) {
         std::string found = findLogMessage(logMessages(run.logPath), start, part);
         if (!found.empty() || deadline.passed(nowMs())) return found;
-        pollPause(50);
+        pollPause(100);
     }
 }
 
@@ -388,6 +389,18 @@ void prepareRun(Run& run, int runNumber) {
     run.title = L"gra-overlay check game " + std::to_wstring(GetCurrentProcessId()) + L"-" + number;
     run.windowClass = L"GraOverlayCheckGame" + number;
     run.port = freeUdpPort();
+}
+
+const char* const runtimeFailures[] = {"WebView2 environment failed", "CreateCoreWebView2EnvironmentWithOptions",
+                                       "WebView2 controller failed", "no WebView2 runtime was found"};
+
+std::string browserFailure(const Run& run) {
+    std::vector<std::string> messages = logMessages(run.logPath);
+    for (const char* start : runtimeFailures) {
+        std::string found = findLogMessage(messages, start);
+        if (!found.empty()) return found;
+    }
+    return std::string();
 }
 
 bool startOwnGame(Run& run) {
@@ -441,7 +454,16 @@ bool startInOrder(Run& run) {
     if (run.plan.gameFirst) return startOwnGame(run) && launchProgram(run) && openLink(run);
     // The link is opened at once, so that the page's word that it is ready finds the check.
     if (!launchProgram(run) || !openLink(run)) return false;
-    // The game appears a few seconds after the program answers: this pause is the start order itself.
+    // The web view is made while there is no game to show it over; the game comes once the page
+    // is up (the program's cover gives the page 10 s from the program's start, game or not).
+    Deadline pageDeadline = deadlineIn(nowMs(), 60000);
+    while (findGameCommand(run.link, "page_ready", 0) < 0 && !pageDeadline.passed(nowMs())) {
+        run.link.listen();
+        if (!browserFailure(run).empty()) break;
+        // The log is read a few times a second only: the browser is starting on the same cores.
+        pollPause(200);
+    }
+    // The game appears a few seconds after that: this pause is the start order itself.
     Deadline later = deadlineIn(nowMs(), 3000);
     while (!later.passed(nowMs())) pollPause(50);
     return startOwnGame(run);
@@ -454,7 +476,7 @@ bool checkFoundAndAttached(Run& run) {
         found = findLogMessage(logMessages(run.logPath), "game window ", " found (");
         run.hostWindow = findHostWindow(run);
         if ((!found.empty() && run.hostWindow) || deadline.passed(nowMs())) break;
-        pollPause(50);
+        pollPause(100);
     }
     const char* relation = run.plan.childMode ? "a child of" : "owned by";
     if (found.empty()) {
@@ -470,18 +492,6 @@ bool checkFoundAndAttached(Run& run) {
     return true;
 }
 
-const char* const runtimeFailures[] = {"WebView2 environment failed", "CreateCoreWebView2EnvironmentWithOptions",
-                                       "WebView2 controller failed", "no WebView2 runtime was found"};
-
-std::string browserFailure(const Run& run) {
-    std::vector<std::string> messages = logMessages(run.logPath);
-    for (const char* start : runtimeFailures) {
-        std::string found = findLogMessage(messages, start);
-        if (!found.empty()) return found;
-    }
-    return std::string();
-}
-
 bool readBox(Run& run, const std::string& text) {
     long x = 0, y = 0, w = 0, h = 0;
     if (std::sscanf(text.c_str(), "%ld %ld %ld %ld", &x, &y, &w, &h) != 4 || w <= 0 || h <= 0) return false;
@@ -492,11 +502,19 @@ bool readBox(Run& run, const std::string& text) {
 int waitPageReady(Run& run, std::string& problem) {
     Deadline deadline = deadlineIn(nowMs(), 90000);
     ULONGLONG nextPing = nowMs() + 1000;
+    ULONGLONG nextLogRead = nowMs();
     for (;;) {
         run.link.listen();
         int ready = findGameCommand(run.link, "page_ready", 0);
         if (ready < 0) ready = findGameCommand(run.link, "pong", 0);
         if (ready >= 0) return ready;
+        if (nowMs() < nextLogRead) {
+            gra_link_wait(run.link.link(), 20);
+            pumpMessages();
+            continue;
+        }
+        // The log is read a few times a second only: the browser is starting on the same cores.
+        nextLogRead = nowMs() + 250;
         std::string failure = browserFailure(run);
         DWORD code = 0;
         if (!failure.empty()) {
@@ -528,7 +546,7 @@ bool checkPageReady(Run& run) {
     const Heard& heard = run.link.heard()[static_cast<size_t>(ready)];
     double startToReady = heard.at - run.programStartedAt;
     recordFigure(run.report, run.group, "start to page ready",
-                 number(startToReady) + " ms" + (run.plan.gameFirst ? "" : " (the game came about 3 s after the program)"));
+                 number(startToReady) + " ms" + (run.plan.gameFirst ? "" : " (the program started first; its game came 3 s after the page was ready)"));
     if (!readBox(run, heard.report.arg)) {
         return stop(run, checkReady, "the page in " + wideToUtf8(run.settings.pageFolder) +
                                          " has no data-hit box with the id \"box\" (it said \"" + heard.report.arg +
@@ -597,18 +615,22 @@ void checkTyping(Run& run) {
     std::wstring gameKeysBefore;
     readGameKeys(run.gameWindow, gameKeysBefore);
     size_t from = run.link.heard().size();
-    // A player clicks into the field, then types.
+    // A player clicks into the field, then types; the keys go out once the page has the click.
     clickAt(field);
-    pollPause(100);
+    if (waitForGameCommand(run.link, "box_click", from, deadlineIn(nowMs(), 15000)) < 0) {
+        fail(run, checkTyped, "a click into the page's text field at (" + std::to_string(field.x) + "," +
+                                  std::to_string(field.y) + ") did not reach the page within 15 s");
+        return;
+    }
     typeText(typedText);
-    int typed = waitHeard(run.link, from, deadlineIn(nowMs(), 10000), [](const gra_link_report& r) {
+    int typed = waitHeard(run.link, from, deadlineIn(nowMs(), 20000), [](const gra_link_report& r) {
         return r.kind == GRA_LINK_REPORT_GAME && std::string(r.cmd) == "typed" && std::string(r.arg) == typedText;
     });
     std::wstring gameKeys;
     readGameKeys(run.gameWindow, gameKeys);
     std::string gameGot = wideToUtf8(gameKeys.substr(gameKeysBefore.size() <= gameKeys.size() ? gameKeysBefore.size() : 0));
     if (typed < 0) {
-        fail(run, checkTyped, std::string("the page's field did not get \"") + typedText + "\" within 10 s; the page said " +
+        fail(run, checkTyped, std::string("the page's field did not get \"") + typedText + "\" within 20 s; the page said " +
                                   heardFromPage(run.link, from) + ", the game got the keys \"" + gameGot + "\"");
         return;
     }
@@ -653,7 +675,7 @@ void tryClickOutside(Run& run) {
     std::vector<POINT> before, after;
     readGameClicks(run.gameWindow, before);
     clickAt(clientPoint(run, target.x, target.y));
-    Deadline deadline = deadlineIn(nowMs(), 5000);
+    Deadline deadline = deadlineIn(nowMs(), 15000);
     for (;;) {
         readGameClicks(run.gameWindow, after);
         if (after.size() > before.size() || deadline.passed(nowMs())) break;
@@ -681,7 +703,7 @@ void tryClickInside(Run& run) {
     readGameClicks(run.gameWindow, before);
     size_t from = run.link.heard().size();
     clickAt(target);
-    int clicked = waitForGameCommand(run.link, "box_click", from, deadlineIn(nowMs(), 5000));
+    int clicked = waitForGameCommand(run.link, "box_click", from, deadlineIn(nowMs(), 15000));
     readGameClicks(run.gameWindow, after);
     if (clicked < 0) {
         fail(run, checkClickInside, "a click inside the box at (" + std::to_string(target.x) + "," +
@@ -714,7 +736,7 @@ void checkFollowing(Run& run) {
     RECT before = windowRectOf(run.gameWindow);
     SetWindowPos(run.gameWindow, nullptr, before.left + 60, before.top + 40, before.right - before.left - 100,
                  before.bottom - before.top - 60, SWP_NOZORDER | SWP_NOACTIVATE);
-    Deadline deadline = deadlineIn(nowMs(), 5000);
+    Deadline deadline = deadlineIn(nowMs(), 10000);
     while (!hostMatchesGame(run) && !deadline.passed(nowMs())) pollPause(30);
     RECT client = clientOnScreen(run.gameWindow);
     if (!hostMatchesGame(run)) {

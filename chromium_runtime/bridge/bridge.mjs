@@ -12,9 +12,10 @@
 // that asks for no extra browser switches takes it: Chromium's cold start
 // takes seconds, tens of them on a busy machine, where the installed runtime
 // of a player's machine starts in about one, and the program's cover gives
-// the page 10 s. With --spare always the next spare is started as soon as
-// one is taken, for a caller that starts the program again and again (the
-// self-check).
+// the page 10 s. With --spare always the next spare is started once the page
+// of the environment that took one has drawn its first frame (or its program
+// has gone), for a caller that starts the program again and again (the
+// self-check): not at once, where it would slow down that very page.
 //
 // The first line on standard output is "bridge listening on 127.0.0.1:<port>";
 // later lines say what a person watching should know (browser started or
@@ -55,6 +56,14 @@ const browsers = new Set();
 // The browser started ahead: its start (a browser, or null if it could not
 // start) and where its end is to be told once an environment has it.
 let spare = null;
+// --spare always: a spare was taken and the next one waits for that page's first frame.
+let spareOwed = false;
+
+function startOwedSpare() {
+  if (!spareOwed) return;
+  spareOwed = false;
+  startSpare();
+}
 
 function startSpare() {
   const held = { tellExit: null };
@@ -75,7 +84,7 @@ async function launchBrowser(extraSwitches, onExit) {
   if (spare && extraSwitches.length === 0) {
     const held = spare;
     spare = null;
-    if (options.spare === 'always') startSpare();
+    spareOwed = options.spare === 'always';
     const browser = await held.ready;
     if (browser && !browser.exited) {
       held.tellExit = onExit;
@@ -170,6 +179,7 @@ async function serveRuntime(socket, first) {
         break;
       case 'painted':
         page?.onPainted(message.seq);
+        startOwedSpare();
         break;
       default:
         if (page) page.enqueue(() => runCall(page, message));
@@ -196,6 +206,7 @@ async function serveRuntime(socket, first) {
   socket.on('close', () => {
     say('runtime disconnected; closing its browser');
     journal({ event: 'runtime-disconnected' });
+    startOwedSpare();
     if (page) pages.delete(page);
     browsers.delete(browser);
     browser.close();

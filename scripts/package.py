@@ -10,6 +10,8 @@
         sdk/unity/com.gra-overlay.link/
                                 GraLink.cs as a Unity package (from sdk/unity)
         docs/                   the game's and the page's side
+        check/                  gra-overlay-check.exe, the self-check for a Windows
+                                machine, and its page (check/page/)
         README.md               the studio's README (release/README.md)
         LICENSE
         SHA256SUMS              the sums of every other file (sha256sum -c)
@@ -88,6 +90,15 @@ def page_package(folder):
     return os.path.join(folder, json.loads(out.stdout)[0]["filename"])
 
 
+def check_files(build):
+    """(name in the zip, path) for the self-check: its exe, its page and the
+    page author's library that the page uses."""
+    files = [("check/gra-overlay-check.exe", os.path.join(build, "bin", "check", "gra-overlay-check.exe"))]
+    files += tree("check/page")
+    files += [("check/page/gra-overlay.js", os.path.join(ROOT, "web", "gra-overlay.js"))]
+    return files
+
+
 def layout(build, scratch):
     """(name in the zip, path on disk or the bytes themselves) for every file
     of the package."""
@@ -100,6 +111,7 @@ def layout(build, scratch):
               ("sdk/GraLink.cs", os.path.join(ROOT, "sdk", "GraLink.cs")),
               ("sdk/gra_link.py", os.path.join(ROOT, "sdk", "gra_link.py"))]
     files += unity_package()
+    files += check_files(build)
     docs = os.path.join(ROOT, "docs")
     files += [("docs/" + name, os.path.join(docs, name)) for name in sorted(os.listdir(docs))
               if name.endswith(".md")]

@@ -5,14 +5,17 @@
 // its own headless Chromium and one web view. Tests and the benchmark connect
 // to the same port as "control" clients to look into the page.
 //
-//   node bridge.mjs [--port N] [--journal FILE] [--chromium PATH] [--spare yes]
+//   node bridge.mjs [--port N] [--journal FILE] [--chromium PATH] [--spare yes|always]
 //
 // With --spare yes one browser is started ahead, before any program asks (a
 // line "spare browser ready" says when it is up), and the first environment
 // that asks for no extra browser switches takes it: Chromium's cold start
 // takes seconds, tens of them on a busy machine, where the installed runtime
 // of a player's machine starts in about one, and the program's cover gives
-// the page 10 s.
+// the page 10 s. With --spare always the next spare is started once the page
+// of the environment that took one has drawn its first frame (or its program
+// has gone), for a caller that starts the program again and again (the
+// self-check): not at once, where it would slow down that very page.
 //
 // The first line on standard output is "bridge listening on 127.0.0.1:<port>";
 // later lines say what a person watching should know (browser started or
@@ -30,7 +33,7 @@ const options = { port: 0, journal: '', chromium: process.env.GRA_CHROMIUM_EXECU
 for (let i = 2; i < process.argv.length; i++) {
   const name = process.argv[i].replace(/^--/, '');
   if (!(name in options) || i + 1 >= process.argv.length) {
-    console.error(`usage: bridge.mjs [--port N] [--journal FILE] [--chromium PATH] [--spare yes] (not understood: ${process.argv[i]})`);
+    console.error(`usage: bridge.mjs [--port N] [--journal FILE] [--chromium PATH] [--spare yes|always] (not understood: ${process.argv[i]})`);
     process.exit(2);
   }
   options[name] = name === 'port' ? Number(process.argv[++i]) : process.argv[++i];
@@ -53,6 +56,14 @@ const browsers = new Set();
 // The browser started ahead: its start (a browser, or null if it could not
 // start) and where its end is to be told once an environment has it.
 let spare = null;
+// --spare always: a spare was taken and the next one waits for that page's first frame.
+let spareOwed = false;
+
+function startOwedSpare() {
+  if (!spareOwed) return;
+  spareOwed = false;
+  startSpare();
+}
 
 function startSpare() {
   const held = { tellExit: null };
@@ -73,6 +84,7 @@ async function launchBrowser(extraSwitches, onExit) {
   if (spare && extraSwitches.length === 0) {
     const held = spare;
     spare = null;
+    spareOwed = options.spare === 'always';
     const browser = await held.ready;
     if (browser && !browser.exited) {
       held.tellExit = onExit;
@@ -167,6 +179,7 @@ async function serveRuntime(socket, first) {
         break;
       case 'painted':
         page?.onPainted(message.seq);
+        startOwedSpare();
         break;
       default:
         if (page) page.enqueue(() => runCall(page, message));
@@ -193,6 +206,7 @@ async function serveRuntime(socket, first) {
   socket.on('close', () => {
     say('runtime disconnected; closing its browser');
     journal({ event: 'runtime-disconnected' });
+    startOwedSpare();
     if (page) pages.delete(page);
     browsers.delete(browser);
     browser.close();
@@ -283,7 +297,7 @@ const server = net.createServer((socket) => {
 });
 server.listen(options.port, '127.0.0.1', () => {
   say(`bridge listening on 127.0.0.1:${server.address().port}`);
-  if (options.spare === 'yes') startSpare();
+  if (options.spare === 'yes' || options.spare === 'always') startSpare();
 });
 for (const signal of ['SIGTERM', 'SIGINT']) {
   process.on(signal, () => {

@@ -40,7 +40,8 @@ class Bridge:
         if self.chromium:
             command += ["--chromium", self.chromium]
         if self.spare:
-            command += ["--spare", "yes"]
+            # "always": a new spare is started whenever one is taken (the self-check starts the program four times)
+            command += ["--spare", "always" if self.spare == "always" else "yes"]
         self._output = open(self.output_path, "wb")
         self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self._output,
                                         stderr=subprocess.STDOUT)

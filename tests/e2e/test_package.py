@@ -92,9 +92,10 @@ class Package(unittest.TestCase):
         self.assertEqual(len(names), len(set(names)))
         required = {"gra-overlay.exe", "web/index.html", "web/gra-overlay.js", "web/gra-overlay.d.ts",
                     "sdk/gra_link.h", "sdk/gra-send.exe", "sdk/GraLink.cs", "sdk/gra_link.py", "docs/game-protocol.md",
-                    "README.md", "LICENSE", "SHA256SUMS", "gra-overlay-page-%s.tgz" % read_version()}
+                    "README.md", "LICENSE", "SHA256SUMS", "gra-overlay-page-%s.tgz" % read_version(),
+                    "check/gra-overlay-check.exe", "check/page/index.html", "check/page/gra-overlay.js"}
         self.assertEqual(set(names), required | set(source_files("web")) | set(source_files("docs", ".md"))
-                         | {UNITY + name for name in UNITY_FILES})
+                         | {UNITY + name for name in UNITY_FILES} | set(source_files("check/page")))
 
     def test_the_sums_cover_every_other_file_and_match(self):
         folder = self.unpack()
@@ -132,6 +133,9 @@ class Package(unittest.TestCase):
             with open(os.path.join(symbols, debug), "rb") as f:
                 self.assertEqual(zlib.crc32(f.read()), crc, debug)
             self.assertIn(".debug_info", section_names(os.path.join(symbols, debug)), debug)
+        check = section_names(os.path.join(folder, "check", "gra-overlay-check.exe"))
+        self.assertIn(".text", check)
+        self.assertEqual([n for n in check if n.startswith(".debug") or n == ".stab"], [])
 
     def test_the_readme_is_the_studios_and_every_link_in_it_resolves_inside_the_zip(self):
         with zipfile.ZipFile(self.zip_path) as z:

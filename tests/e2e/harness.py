@@ -127,6 +127,7 @@ class Overlay:
         self.journal_path = os.path.join(self.dir, "journal.txt")
         self.page_port = page_port if page_port is not None else free_udp_port()
         self.exe = exe or PROGRAM
+        self.own_arguments = raw_args is None  # then the program listens on self.port
         if raw_args is not None:
             self.args = list(raw_args)
         else:
@@ -175,7 +176,16 @@ class Overlay:
             raise AssertionError("the program did not start: log %r, %s, Wine said %r"
                                  % (self.log_lines(), "still running" if self.running() else
                                     "ended with %r" % self.process.poll(), self.wine_output()[-2000:]))
+        if wait_started and self.own_arguments:
+            self.wait_link_bound()
         return self
+
+    def wait_link_bound(self, timeout=30):
+        """The program logs its start before it binds its game-link port: a datagram sent in
+        between is lost. Waits until the port is bound (by it or, when taken, by another), the
+        program has said what it does about a taken port, or it has ended."""
+        wait_until(lambda: udp_queue_bytes(self.port) is not None or not self.running()
+                   or self.wait_for_log(r"^port \d+ ", timeout=0) is not None, timeout)
 
     def wine_output(self):
         """What Wine and the program wrote on their output, as text."""

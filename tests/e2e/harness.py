@@ -23,7 +23,6 @@ RUNTIME_FOLDER = os.path.join(BUILD_DIR, "standin-runtime")
 SCRATCH = os.path.join(BUILD_DIR, "e2e-scratch")
 
 
-
 def _take_the_screen_lane():
     """A test that needs the screen to itself (ctest gives it GRA_LANE=screen) runs on the screen
     lane's display and Wine prefix when the run has one (scripts/in-wine-display.sh with

@@ -1,5 +1,5 @@
 """Lists the end-to-end test ids for ctest, one per line: the unittest id,
-then, for a test that cannot run beside any other, a tab and its kind:
+then, for a test that needs something to itself, a tab and its kind:
 "machine" for tests that load the whole machine (ctest runs those alone) and
 "screen" for tests that need which window is in front, or the screen, to
 themselves (ctest runs those one at a time on the screen lane's display)."""

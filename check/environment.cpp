@@ -39,15 +39,6 @@ std::string wineVersion() {
     return call ? std::string(call()) : std::string();
 }
 
-std::wstring environmentValue(const wchar_t* name) {
-    DWORD size = GetEnvironmentVariableW(name, nullptr, 0);
-    if (size == 0) return std::wstring();
-    std::wstring value(size, L'\0');
-    DWORD length = GetEnvironmentVariableW(name, &value[0], size);
-    value.resize(length < size ? length : 0);
-    return value;
-}
-
 // The runtime folder's last name, when it reads like a version (the
 // installed runtime lives in a folder named after its version).
 std::string versionFromFolder(const std::wstring& folder) {

@@ -24,15 +24,6 @@ using CreateEnvironmentInternal = HRESULT(STDMETHODCALLTYPE*)(
 
 const HRESULT runtimeNotFound = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
-std::wstring environmentValue(const wchar_t* name) {
-    DWORD size = GetEnvironmentVariableW(name, nullptr, 0);
-    if (size == 0) return std::wstring();
-    std::wstring value(size, L'\0');
-    DWORD length = GetEnvironmentVariableW(name, &value[0], size);
-    value.resize(length < size ? length : 0);
-    return value;
-}
-
 std::wstring readFolderValue(HKEY root, REGSAM view) {
     HKEY key = nullptr;
     if (RegOpenKeyExW(root, stableChannelKey, 0, KEY_QUERY_VALUE | view, &key) != ERROR_SUCCESS) {
@@ -67,6 +58,15 @@ void addEnvironmentBrowserArguments(ICoreWebView2EnvironmentOptions* options) {
 }
 
 }  // namespace
+
+std::wstring environmentValue(const wchar_t* name) {
+    DWORD size = GetEnvironmentVariableW(name, nullptr, 0);
+    if (size == 0) return std::wstring();
+    std::wstring value(size, L'\0');
+    DWORD length = GetEnvironmentVariableW(name, &value[0], size);
+    value.resize(length < size ? length : 0);
+    return value;
+}
 
 std::wstring combinedBrowserArguments(const std::wstring& own, const std::wstring& fromEnvironment) {
     if (fromEnvironment.empty()) return own;

@@ -19,6 +19,10 @@ HRESULT CreateCoreWebView2EnvironmentWithOptions(
     PCWSTR browserExecutableFolder, PCWSTR userDataFolder, ICoreWebView2EnvironmentOptions* environmentOptions,
     ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* environmentCreatedHandler);
 
+// An environment variable's value; empty when it is not set. The loader reads
+// its WEBVIEW2_* settings with it, and the self-check the same way.
+std::wstring environmentValue(const wchar_t* name);
+
 // Runtime types as the runtime's entry point understands them.
 enum RuntimeType { installedRuntime = 0, fixedVersionRuntime = 1 };
 
